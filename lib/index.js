@@ -1,0 +1,3 @@
+'use strict';
+// vidora's JavaScript entry: the native functions, unchanged.
+module.exports = require('./binding');

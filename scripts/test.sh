@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Runs every test of vidora: C++ units under ctest (Release, then ASan+UBSan), the JavaScript
+# surface with node's test runner (against the Release addon, then the sanitized one), and
+# the type check of index.d.ts. Ends with one summary line.
+set -u
+cd "$(dirname "$0")/.."
+root=$(pwd)
+jobs=$(nproc)
+passed=0
+failed=0
+failures=()
+
+step() {
+  local name=$1
+  shift
+  echo
+  echo "==== $name"
+  if "$@"; then
+    passed=$((passed + 1))
+  else
+    failed=$((failed + 1))
+    failures+=("$name")
+  fi
+}
+
+build() {
+  local dir=$1
+  shift
+  cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=Release -DVIDORA_BUILD_TESTS=ON "$@" >/dev/null &&
+    cmake --build "$dir" --parallel "$jobs"
+}
+
+js_tests() {
+  node --test --test-concurrency=1 test/*.test.js
+}
+
+sanitized_js_tests() {
+  # node itself is not instrumented: the sanitizer runtimes are preloaded for the addon.
+  local asan ubsan
+  asan=$(gcc -print-file-name=libasan.so)
+  ubsan=$(gcc -print-file-name=libubsan.so)
+  VIDORA_ADDON_PATH="$root/build-sanitize/vidora.node" VIDORA_SANITIZED=1 \
+    LD_PRELOAD="$asan $ubsan" ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+    UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+    node --test --test-concurrency=1 test/*.test.js
+}
+
+step "build (Release)" build build
+step "C++ tests (Release)" ctest --test-dir build --output-on-failure -j "$jobs"
+step "JavaScript tests" js_tests
+step "type check of index.d.ts" npx --no-install tsc -p test/types
+step "build (ASan+UBSan)" build build-sanitize -DVIDORA_SANITIZE=address,undefined
+step "C++ tests (ASan+UBSan)" ctest --test-dir build-sanitize --output-on-failure -j "$jobs"
+step "JavaScript tests (ASan+UBSan)" sanitized_js_tests
+
+echo
+for name in "${failures[@]}"; do echo "FAILED: $name"; done
+echo "summary: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]

@@ -1,0 +1,24 @@
+// The common functions bound to JavaScript, one family per file.
+#pragma once
+
+#include <napi.h>
+
+namespace vrex {
+namespace nodejs {
+namespace common {
+
+// callbacks_info.cc
+Napi::Value callback_version(const Napi::CallbackInfo& info);
+Napi::Value callback_getErrorDescription(const Napi::CallbackInfo& info);
+Napi::Value callback_getTimeMillis(const Napi::CallbackInfo& info);
+
+// callbacks_logging.cc
+Napi::Value callback_setLogFile(const Napi::CallbackInfo& info);
+Napi::Value callback_setLogLevel(const Napi::CallbackInfo& info);
+
+// Registers the common functions and runs the process's start-up; see register_common.cc.
+void RegisterCallbacks(Napi::Object& exports);
+
+}  // namespace common
+}  // namespace nodejs
+}  // namespace vrex

@@ -1,0 +1,99 @@
+'use strict';
+// The common functions and the error object, as an application sees them.
+const test = require('node:test');
+const assert = require('assert');
+const path = require('path');
+const { spawnSync } = require('child_process');
+const { vidora, INVALID_PARAMETERS, assertThrowsCode } = require('./helpers');
+
+test('version gives the build number and the OpenSSL version as strings', () => {
+  const info = vidora.version();
+  assert.deepStrictEqual(Object.keys(info), ['buildNumber', 'openSslVersion']);
+  assert.strictEqual(info.buildNumber, require('../package.json').version);
+  assert.strictEqual(typeof info.openSslVersion, 'string');
+});
+
+test('getErrorDescription follows the code layout', () => {
+  const cases = [
+    [0, 'OK'],
+    [5, '### UNKNOWN ERROR CODE ###'],
+    [0x8008000c | 0, 'NodeJS function parameters are incorrect'],
+    [0x8008000e | 0, 'NodeJS sending operation not found'],
+    [0x80080024 | 0, 'unknown'],
+    [0x8008ffff | 0, 'unknown'],
+    [0x80630001 | 0, '### UNKNOWN ERROR CODE ###'],
+    [0x00080001, '### UNKNOWN ERROR CODE ###'],
+    [0xc0080001 | 0, '### UNKNOWN ERROR CODE ###'],
+    [0x80010006 | 0, 'read() POSIX function did not full complete'],
+    [0x800b0004 | 0, 'The stream of bits could not be read as an Exp-Golomb number'],
+    [0x800c0025 | 0, 'MP4 parsing error'],
+    [0x800c0028 | 0, 'unknown'],
+    [0x800d0023 | 0, 'Remoting session invalid response'],
+    [0x800d0024 | 0, 'unknown'],
+    // read as a signed 32-bit integer: the unsigned spelling is the same code
+    [0x8008000c, 'NodeJS function parameters are incorrect'],
+  ];
+  for (const [code, text] of cases) assert.strictEqual(vidora.getErrorDescription(code), text, `code ${code}`);
+  // module 0 is errno through strerror
+  assert.strictEqual(vidora.getErrorDescription(0x80000002 | 0), 'No such file or directory');
+});
+
+test('a wrong argument throws the error object with its exact shape', () => {
+  let caught;
+  try {
+    vidora.getErrorDescription('x');
+  } catch (err) {
+    caught = err;
+  }
+  assert.ok(caught instanceof Error);
+  assert.strictEqual(caught.message, 'NodeJS function parameters are incorrect');
+  assert.deepStrictEqual(Object.keys(caught), ['errors']);
+  assert.strictEqual(caught.errors.length, 1);
+  const entry = caught.errors[0];
+  assert.deepStrictEqual(Object.keys(entry), ['full', 'module', 'code', 'description', 'fileName', 'lineNumber']);
+  assert.strictEqual(entry.full, -2146959348);
+  assert.strictEqual(entry.module, 8);
+  assert.strictEqual(entry.code, 12);
+  assert.strictEqual(entry.description, 'NodeJS function parameters are incorrect');
+  assert.match(entry.fileName, /callbacks_info\.cc$/);
+  assert.ok(Number.isInteger(entry.lineNumber) && entry.lineNumber > 0);
+});
+
+test('getErrorDescription rejects every value that is not a number', () => {
+  for (const value of [undefined, null, 'x', '5', true, {}, [], () => {}, Symbol('s'), 5n]) {
+    assertThrowsCode(() => vidora.getErrorDescription(value), INVALID_PARAMETERS, String(typeof value));
+  }
+  assertThrowsCode(() => vidora.getErrorDescription(), INVALID_PARAMETERS);
+});
+
+test('getTimeMillis is the wall clock in whole milliseconds', () => {
+  const before = Date.now();
+  const now = vidora.getTimeMillis();
+  const after = Date.now();
+  assert.ok(Number.isInteger(now));
+  assert.ok(now >= before - 1 && now <= after + 1, `${before} <= ${now} <= ${after}`);
+});
+
+test('the exports are exactly the functions that exist, all functions', () => {
+  for (const [name, value] of Object.entries(vidora)) {
+    assert.strictEqual(typeof value, 'function', name);
+  }
+  for (const name of ['version', 'getErrorDescription', 'getTimeMillis', 'setLogFile', 'setLogLevel']) {
+    assert.ok(name in vidora, name);
+  }
+});
+
+test('a missing binary gives a message that names the build command', () => {
+  const script = `process.env.VIDORA_ADDON_PATH = '/nonexistent/vidora.node';
+    require(${JSON.stringify(path.join(__dirname, '..', 'lib', 'binding.js'))});`;
+  const child = spawnSync(process.execPath, ['-e', script], {
+    env: { ...process.env, VIDORA_ADDON_PATH: '/nonexistent/vidora.node' },
+    cwd: '/', encoding: 'utf8',
+  });
+  if (require('fs').existsSync(path.join(__dirname, '..', 'build', 'vidora.node'))) {
+    assert.strictEqual(child.status, 0, 'falls back to build/vidora.node');
+    return;
+  }
+  assert.notStrictEqual(child.status, 0);
+  assert.match(child.stderr, /npm install/);
+});

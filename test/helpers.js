@@ -1,0 +1,43 @@
+'use strict';
+// Shared helpers of the JavaScript tests.
+const assert = require('assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+
+const vidora = require('..');
+
+// The code "NodeJS function parameters are incorrect" (module 8, code 12) as JavaScript sees it.
+const INVALID_PARAMETERS = -2146959348;
+
+// Asserts that `fn` throws vidora's error object for `full` (a signed 32-bit code).
+function assertThrowsCode(fn, full, message) {
+  assert.throws(fn, (err) => {
+    assert.ok(err instanceof Error, 'an Error is thrown');
+    assert.ok(Array.isArray(err.errors), 'the error has an errors array');
+    assert.strictEqual(err.errors[0].full, full, message);
+    assert.strictEqual(err.message, vidora.getErrorDescription(full));
+    return true;
+  }, message);
+}
+
+// A fresh temporary folder, removed when the process exits.
+function tempDir(prefix = 'vidora-test-') {
+  const dir = fs.mkdtempSync(path.join(os.tmpdir(), prefix));
+  process.on('exit', () => fs.rmSync(dir, { recursive: true, force: true }));
+  return dir;
+}
+
+// Polls `predicate` every 10 ms until it is true or `timeoutMs` passes.
+async function waitFor(predicate, timeoutMs = 5000) {
+  const end = Date.now() + timeoutMs;
+  while (!predicate()) {
+    if (Date.now() > end) throw new Error('timed out waiting for a condition');
+    await new Promise((resolve) => setTimeout(resolve, 10));
+  }
+}
+
+// Values of every kind, for trying each argument position with the wrong type.
+const WRONG_VALUES = [undefined, null, 0, 1.5, NaN, 'text', '', true, Symbol('s'), 10n, [], () => {}];
+
+module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, WRONG_VALUES };
