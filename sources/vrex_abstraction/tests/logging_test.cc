@@ -1,0 +1,112 @@
+#include <pthread.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "abstraction/logging.h"
+#include "errors/errors.h"
+
+namespace vrex {
+namespace abstraction {
+namespace {
+
+struct captured_t {
+  log_level_t level;
+  std::string text;
+};
+std::vector<captured_t> gCaptured;
+
+void Capture(log_level_t level, unsigned long, const char* text, unsigned long length) {
+  gCaptured.push_back({level, std::string(text, length)});
+}
+
+class LoggingTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    gCaptured.clear();
+    registerLoggingCallback(Capture);
+  }
+  void TearDown() override { registerLoggingCallback(nullptr); }
+};
+
+TEST_F(LoggingTest, LineFormatCarriesUtcTimeLevelLetterAndThreadName) {
+  std::thread worker([] {
+    pthread_setname_np(pthread_self(), "worker-7");
+    LOGF << "fatal " << 1;
+    LOGE << "error " << 2;
+    LOGW << "warning";
+    LOGI << "info";
+    LOGD << "debug";
+  });
+  worker.join();
+  ASSERT_EQ(5u, gCaptured.size());
+  const char letters[] = "FEWID";
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(i, gCaptured[i].level);
+    const std::regex line(std::string(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z )") + letters[i] +
+                          " worker-7  - .+$");
+    EXPECT_TRUE(std::regex_match(gCaptured[i].text, line)) << gCaptured[i].text;
+  }
+  EXPECT_NE(std::string::npos, gCaptured[0].text.find(" - fatal 1"));
+  EXPECT_NE(std::string::npos, gCaptured[1].text.find(" - error 2"));
+}
+
+TEST_F(LoggingTest, TimeIsUtcNow) {
+  const time_t before = time(nullptr);
+  LOGE << "x";
+  const time_t after = time(nullptr);
+  tm parsed = {};
+  ASSERT_NE(nullptr, strptime(gCaptured.at(0).text.c_str(), "%Y-%m-%dT%H:%M:%S", &parsed));
+  const time_t logged = timegm(&parsed);
+  EXPECT_GE(logged, before);
+  EXPECT_LE(logged, after);
+}
+
+TEST_F(LoggingTest, ErrorInfoFormReplacesTheDashWithTheRecord) {
+  errors::returnErrorWithTracking(errors::SystemError(2), "where.cc", 12);
+  LOGE_WITH_ERROR_INFO << "body";
+  ASSERT_EQ(1u, gCaptured.size());
+  const std::string& text = gCaptured[0].text;
+  const size_t errorsAt = text.find(" \nErrors:\n   0x80000002 at where.cc:12: ");
+  ASSERT_NE(std::string::npos, errorsAt) << text;
+  EXPECT_EQ(std::string::npos, text.find(" - "));
+  EXPECT_EQ("Stack:\n\nbody", text.substr(text.size() - 12));
+}
+
+TEST_F(LoggingTest, NothingIsBuiltWithoutACallback) {
+  registerLoggingCallback(nullptr);
+  int evaluated = 0;
+  LOGE << (++evaluated);
+  EXPECT_EQ(0, evaluated);
+  EXPECT_FALSE(isLoggingCallbackRegistered());
+  registerLoggingCallback(Capture);
+  LOGE << (++evaluated);
+  EXPECT_EQ(1, evaluated);
+}
+
+TEST(LoggingDeathTest, FailedAssertionLogsAndAborts) {
+  registerLoggingCallback(nullptr);
+  const int value = 3;
+  EXPECT_DEATH({ VREX_ASSERT(value == 4) << "value was " << value; },
+               "assert failed: `value == 4` F .* value was 3");
+}
+
+TEST(DumpTest, SixteenBytesALineWithOffsetsAndPrintables) {
+  unsigned char bytes[20];
+  for (int i = 0; i < 20; ++i) bytes[i] = static_cast<unsigned char>(0x3e + i);
+  EXPECT_EQ(
+      "000| 3E 3F 40 41 42 43 44 45 46 47 48 49 4A 4B 4C 4D  >?@ABCDEFGHIJKLM\n"
+      "010| 4E 4F 50 51                                      NOPQ\n",
+      dump_s(bytes, sizeof(bytes)));
+  const unsigned char control[] = {0x00, 0x41, 0x7f, 0xff};
+  EXPECT_EQ("000| 00 41 7F FF " + std::string(36, ' ') + " .A..\n", dump_s(control, 4));
+  EXPECT_EQ("", dump_s(bytes, 0));
+}
+
+}  // namespace
+}  // namespace abstraction
+}  // namespace vrex
