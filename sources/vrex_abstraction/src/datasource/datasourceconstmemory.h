@@ -1,0 +1,36 @@
+// DataSourceConstMemory: a read-only window on memory that the caller owns.
+#pragma once
+
+#include "datasource/read_only_source.h"
+
+namespace vrex {
+namespace abstraction {
+namespace internal {
+
+class DataSourceConstMemory : public ReadOnlyDataSource {
+ public:
+  DataSourceConstMemory(const void* data, unsigned long size);
+
+  long Cursor() const override { return static_cast<long>(_cursor); }
+  long Cursor(long pos) override;
+  long Size() const override { return static_cast<long>(_size); }
+  long ReadBuffer(unsigned char* dst, unsigned long count) override;
+  const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
+                                  int& err) override;
+  uint8_t ReadUInt8() override;
+  uint16_t ReadUInt16() override;
+  uint32_t ReadUInt32() override;
+  uint64_t ReadUInt64() override;
+
+ private:
+  template <typename T>
+  T Read();
+
+  const unsigned char* _data;  // not owned
+  unsigned long _size;
+  unsigned long _cursor = 0;
+};
+
+}  // namespace internal
+}  // namespace abstraction
+}  // namespace vrex

@@ -1,0 +1,96 @@
+// DataSourceFile: positioned reads on a read-only descriptor; a short read is a failure.
+#include "datasource/datasourcefile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "abstraction/byte_order.h"
+#include "datasource/memory_bytes.h"
+
+namespace vrex {
+namespace abstraction {
+namespace internal {
+
+namespace {
+// One positioned read of exactly `count` bytes: `count`, or the errno code of a failed read,
+// or ERR_ABSTRACTION_READ_INCOMPLETE for a short one (which sets no errno).
+long ReadExactly(int fd, unsigned char* dst, unsigned long count, long offset) {
+  const ssize_t got = pread(fd, dst, count, offset);
+  if (got < 0) return VREX_ERROR(errors::SystemError(errno));
+  if (static_cast<unsigned long>(got) != count) {
+    return VREX_ERROR(ERR_ABSTRACTION_READ_INCOMPLETE);
+  }
+  return got;
+}
+}  // namespace
+
+DataSourceFile::~DataSourceFile() {
+  if (_fd >= 0) close(_fd);
+}
+
+int DataSourceFile::Initialize(const char* path) {
+  if (path == nullptr || path[0] == '\0') return VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
+  _fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (_fd < 0) return VREX_ERROR(errors::SystemError(errno));
+  const off_t end = lseek(_fd, 0, SEEK_END);
+  if (end < 0 || lseek(_fd, 0, SEEK_SET) < 0) {
+    const int err = VREX_ERROR(errors::SystemError(errno));
+    close(_fd);
+    _fd = -1;
+    return err;
+  }
+  _size = end;
+  return 0;
+}
+
+long DataSourceFile::Cursor(long pos) {
+  _cursor = ClampToSize(pos, Size());
+  return _cursor;
+}
+
+long DataSourceFile::ReadBuffer(unsigned char* dst, unsigned long count) {
+  if (count == 0) return 0;
+  const long got = ReadExactly(_fd, dst, count, _cursor);
+  if (got < 0) return got;
+  _cursor += got;
+  return got;
+}
+
+const unsigned char* DataSourceFile::PeekBuffer(unsigned char* dst, long offset,
+                                                unsigned long count, int& err) {
+  err = 0;
+  if (dst == nullptr || offset < 0 || offset > Size() ||
+      count > static_cast<unsigned long>(Size() - offset)) {
+    err = VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
+    return nullptr;
+  }
+  if (count == 0) return dst;
+  const long got = ReadExactly(_fd, dst, count, offset);
+  if (got < 0) {
+    err = got == ERR_ABSTRACTION_READ_INCOMPLETE ? VREX_ERROR(ERR_ABSTRACTION_RANGE_NOT_AVAILABLE)
+                                                 : static_cast<int>(got);
+    return nullptr;
+  }
+  return dst;
+}
+
+template <typename T>
+T DataSourceFile::Read() {
+  unsigned char bytes[sizeof(T)];
+  const long got = ReadExactly(_fd, bytes, sizeof(T), _cursor);
+  VREX_ASSERT(got == static_cast<long>(sizeof(T)))
+      << "seek/read failed: _cursor: " << _cursor << "; sizeof (result): " << sizeof(T);
+  _cursor += sizeof(T);
+  return LoadBE<T>(bytes);
+}
+
+uint8_t DataSourceFile::ReadUInt8() { return Read<uint8_t>(); }
+uint16_t DataSourceFile::ReadUInt16() { return Read<uint16_t>(); }
+uint32_t DataSourceFile::ReadUInt32() { return Read<uint32_t>(); }
+uint64_t DataSourceFile::ReadUInt64() { return Read<uint64_t>(); }
+
+}  // namespace internal
+}  // namespace abstraction
+}  // namespace vrex

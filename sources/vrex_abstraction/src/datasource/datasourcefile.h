@@ -1,0 +1,44 @@
+// DataSourceFile: a read-only file. Every read is positioned (pread), so the descriptor's
+// kernel position carries no state and a file changed by another writer between two reads
+// is read as it now is. The size is taken once, at open.
+#pragma once
+
+#include "datasource/read_only_source.h"
+
+namespace vrex {
+namespace abstraction {
+namespace internal {
+
+class DataSourceFile : public ReadOnlyDataSource {
+ public:
+  DataSourceFile() = default;
+  ~DataSourceFile() override;
+  DataSourceFile(const DataSourceFile&) = delete;
+  DataSourceFile& operator=(const DataSourceFile&) = delete;
+
+  // Opens `path` read-only and takes its size. Returns 0 or a negative code.
+  int Initialize(const char* path);
+
+  long Cursor() const override { return _cursor; }
+  long Cursor(long pos) override;
+  long Size() const override { return _fd < 0 ? 0 : _size; }
+  long ReadBuffer(unsigned char* dst, unsigned long count) override;
+  const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
+                                  int& err) override;
+  uint8_t ReadUInt8() override;
+  uint16_t ReadUInt16() override;
+  uint32_t ReadUInt32() override;
+  uint64_t ReadUInt64() override;
+
+ private:
+  template <typename T>
+  T Read();
+
+  int _fd = -1;
+  long _cursor = 0;
+  long _size = 0;
+};
+
+}  // namespace internal
+}  // namespace abstraction
+}  // namespace vrex

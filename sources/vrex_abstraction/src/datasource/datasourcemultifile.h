@@ -1,0 +1,50 @@
+// DataSourceMultiFile: several files read as one long file, in the order given.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "datasource/read_only_source.h"
+
+namespace vrex {
+namespace abstraction {
+namespace internal {
+
+class DataSourceMultiFile : public ReadOnlyDataSource {
+ public:
+  DataSourceMultiFile() = default;
+  ~DataSourceMultiFile() override;
+  DataSourceMultiFile(const DataSourceMultiFile&) = delete;
+  DataSourceMultiFile& operator=(const DataSourceMultiFile&) = delete;
+
+  // Opens every file; empty ones are left out. Returns 0 or the first failure.
+  int Initialize(const std::vector<std::string>& paths);
+
+  long MultifileBaseOffset() const override;
+  long Cursor() const override { return _cursor; }
+  long Cursor(long pos) override;
+  long Size() const override { return _totalSize; }
+  long ReadBuffer(unsigned char* dst, unsigned long count) override;
+  const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
+                                  int& err) override;
+  uint8_t ReadUInt8() override;
+  uint16_t ReadUInt16() override;
+  uint32_t ReadUInt32() override;
+  uint64_t ReadUInt64() override;
+
+ private:
+  template <typename T>
+  T Read();
+  // Makes the next file current at its start when the current one is exhausted.
+  int MoveToNextFileIfExhausted();
+
+  std::vector<DataSource*> _files;  // owned
+  std::vector<long> _baseOffsets;   // where each file starts in the concatenation
+  size_t _current = 0;
+  long _cursor = 0;
+  long _totalSize = 0;
+};
+
+}  // namespace internal
+}  // namespace abstraction
+}  // namespace vrex

@@ -1,0 +1,55 @@
+// What the data source kinds share: the cursor clamp, and bounded reads from a byte range
+// for the two memory kinds.
+#pragma once
+
+#include <cstring>
+
+#include "abstraction/byte_order.h"
+#include "abstraction/errors.h"
+#include "abstraction/logging.h"
+
+namespace vrex {
+namespace abstraction {
+namespace internal {
+
+// The cursor rule of every kind: a position clamped to 0..size.
+inline long ClampToSize(long pos, long size) { return pos < 0 ? 0 : (pos > size ? size : pos); }
+
+inline long ReadBytes(const unsigned char* base, unsigned long size, unsigned long& cursor,
+                      unsigned char* dst, unsigned long count) {
+  if (count > size - cursor) return VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
+  if (count > 0) memcpy(dst, base + cursor, count);
+  cursor += count;
+  return static_cast<long>(count);
+}
+
+inline const unsigned char* PeekBytes(const unsigned char* base, unsigned long size,
+                                      unsigned char* dst, long offset, unsigned long count,
+                                      int& err) {
+  err = 0;
+  if (offset < 0 || static_cast<unsigned long>(offset) > size ||
+      count > size - static_cast<unsigned long>(offset)) {
+    err = VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
+    return nullptr;
+  }
+  if (base == nullptr) return nullptr;
+  if (dst == nullptr) return base + offset;
+  if (count > 0) memcpy(dst, base + offset, count);
+  return dst;
+}
+
+// `sizeName` names the size field in the fatal record of an overrun.
+template <typename T>
+T ReadBigEndian(const unsigned char* base, unsigned long size, unsigned long& cursor,
+                const char* sizeName) {
+  VREX_ASSERT(sizeof(T) <= size - cursor)
+      << "Bounds error: _cursor: " << cursor << "; sizeof(T): " << sizeof(T) << "; " << sizeName
+      << ": " << size;
+  T value = LoadBE<T>(base + cursor);
+  cursor += sizeof(T);
+  return value;
+}
+
+}  // namespace internal
+}  // namespace abstraction
+}  // namespace vrex
