@@ -68,8 +68,8 @@ class generic_buffer_t : public Block {
   bool pop(void* dst, size_t count) {
     if (dst == nullptr || count == 0) return false;
     if (count > available()) {
-      LOGF << "Invalid pop size." << " available(): " << available()
-           << "; requested pop size: " << count;
+      LOGF << "Invalid pop size."
+           << " available(): " << available() << "; requested pop size: " << count;
       return false;
     }
     memcpy(dst, data(), count);

@@ -241,8 +241,8 @@ bool IOBuffer::ReadFromStdio(int fd, uint32_t count, int& got) {
   got = result > 0 ? static_cast<int>(result) : 0;
   if (result < 0) {
     const int err = errno;
-    LOGE << "<-# IOBuffer::ReadFromStdio FAILED! Unable to read " << count
-         << " bytes: err=" << err << " " << strerror(err);
+    LOGE << "<-# IOBuffer::ReadFromStdio FAILED! Unable to read " << count << " bytes: err=" << err
+         << " " << strerror(err);
     return false;
   }
   return true;
@@ -297,8 +297,7 @@ bool IOBuffer::WriteToFd(int fd, uint32_t size, bool isSocket, int& sent, int& e
   const uint32_t count = std::min(limit, GetAvailableBytesCount());
   if (count == 0) return true;
   const uint8_t* pData = _pBuffer + _consumed;
-  const ssize_t result =
-      isSocket ? send(fd, pData, count, MSG_NOSIGNAL) : write(fd, pData, count);
+  const ssize_t result = isSocket ? send(fd, pData, count, MSG_NOSIGNAL) : write(fd, pData, count);
   if (result < 0) {
     err = errno;
     if (_pSampler != nullptr) _pSampler->Sample(0);
@@ -349,8 +348,8 @@ std::string IOBuffer::ToString(uint32_t startIndex, uint32_t limit) const {
   std::string out = "Size: " + std::to_string(_size) + "\n";
   out += "Published: " + std::to_string(_published) + "\n";
   out += "Consumed: " + std::to_string(_consumed) + "\n";
-  out += "Send limit: " + (_sendLimit == kUnlimited ? std::string("unlimited")
-                                                    : std::to_string(_sendLimit)) + "\n";
+  out += "Send limit: " +
+         (_sendLimit == kUnlimited ? std::string("unlimited") : std::to_string(_sendLimit)) + "\n";
   char line[64];
   snprintf(line, sizeof(line), "Address: %p\n", static_cast<const void*>(_pBuffer));
   out += line;

@@ -229,12 +229,12 @@ bool File::ReadFlvTimestamp(uint32_t& value) {
 }
 
 // The typed reads: one width and byte order each, converted to the caller's type.
-#define VREX_FILE_READ(Name, Type, width)                    \
-  bool File::Name(Type* pValue, bool networkOrder) {         \
-    uint64_t value;                                          \
+#define VREX_FILE_READ(Name, Type, width)                       \
+  bool File::Name(Type* pValue, bool networkOrder) {            \
+    uint64_t value;                                             \
     if (!ReadInteger(value, width, networkOrder)) return false; \
-    *pValue = static_cast<Type>(value);                      \
-    return true;                                             \
+    *pValue = static_cast<Type>(value);                         \
+    return true;                                                \
   }
 VREX_FILE_READ(ReadI16, int16_t, 2)
 VREX_FILE_READ(ReadUI16, uint16_t, 2)
@@ -268,9 +268,9 @@ bool File::PeekBuffer(uint8_t* pBuffer, uint64_t size) {
 }
 
 // The typed peeks: the matching read, then back by its width.
-#define VREX_FILE_PEEK(Name, Read, Type, width)                                           \
-  bool File::Name(Type* pValue, bool networkOrder) {                                      \
-    return Peek(width, [&] { return Read(pValue, networkOrder); });                       \
+#define VREX_FILE_PEEK(Name, Read, Type, width)                     \
+  bool File::Name(Type* pValue, bool networkOrder) {                \
+    return Peek(width, [&] { return Read(pValue, networkOrder); }); \
   }
 VREX_FILE_PEEK(PeekI16, ReadI16, int16_t, 2)
 VREX_FILE_PEEK(PeekUI16, ReadUI16, uint16_t, 2)
@@ -282,10 +282,18 @@ VREX_FILE_PEEK(PeekI64, ReadI64, int64_t, 8)
 VREX_FILE_PEEK(PeekUI64, ReadUI64, uint64_t, 8)
 #undef VREX_FILE_PEEK
 
-bool File::PeekI8(int8_t* pValue) { return Peek(1, [&] { return ReadI8(pValue); }); }
-bool File::PeekUI8(uint8_t* pValue) { return Peek(1, [&] { return ReadUI8(pValue); }); }
-bool File::PeekSI32(int32_t* pValue) { return Peek(4, [&] { return ReadSI32(pValue); }); }
-bool File::PeekSUI32(uint32_t* pValue) { return Peek(4, [&] { return ReadSUI32(pValue); }); }
+bool File::PeekI8(int8_t* pValue) {
+  return Peek(1, [&] { return ReadI8(pValue); });
+}
+bool File::PeekUI8(uint8_t* pValue) {
+  return Peek(1, [&] { return ReadUI8(pValue); });
+}
+bool File::PeekSI32(int32_t* pValue) {
+  return Peek(4, [&] { return ReadSI32(pValue); });
+}
+bool File::PeekSUI32(uint32_t* pValue) {
+  return Peek(4, [&] { return ReadSUI32(pValue); });
+}
 
 bool File::ReadAll(std::string& content) {
   content.clear();

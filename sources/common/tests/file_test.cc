@@ -1,0 +1,413 @@
+#include "common/file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "log_capture.h"
+
+namespace vrex {
+namespace common {
+namespace {
+
+using testing::LogCapture;
+
+// A temporary file holding `bytes`, removed at the end of the test.
+class TempFile {
+ public:
+  explicit TempFile(const std::string& bytes = std::string()) {
+    char path[] = "/tmp/vidora-file-XXXXXX";
+    const int fd = mkstemp(path);
+    EXPECT_GE(fd, 0);
+    EXPECT_EQ(static_cast<ssize_t>(bytes.size()), write(fd, bytes.data(), bytes.size()));
+    close(fd);
+    _path = path;
+  }
+  ~TempFile() { unlink(_path.c_str()); }
+  const std::string& path() const { return _path; }
+  std::string Contents() const {
+    std::ifstream in(_path, std::ios::binary);
+    std::stringstream out;
+    out << in.rdbuf();
+    return out.str();
+  }
+
+ private:
+  std::string _path;
+};
+
+std::string Bytes(std::initializer_list<int> values) {
+  std::string bytes;
+  for (int v : values) bytes += static_cast<char>(v);
+  return bytes;
+}
+
+TEST(FileOpen, ModesAndTheirFailures) {
+  TempFile existing("0123456789");
+  const std::string missing = existing.path() + ".missing";
+  struct {
+    const char* name;
+    std::string path;
+    int mode;
+    bool ok;
+    uint64_t size;
+    std::string log;  // a line that must be logged; none at all when empty
+  } cases[] = {
+      {"read", existing.path(), File::FILE_OPEN_MODE_READ, true, 10, ""},
+      {"read and write", existing.path(), File::FILE_OPEN_MODE_READ_WRITE, true, 10, ""},
+      {"append", existing.path(), File::FILE_OPEN_MODE_APPEND, true, 10, ""},
+      {"read a missing file", missing, File::FILE_OPEN_MODE_READ, false, 0,
+       "Unable to open file " + missing +
+           " with mode `rb`. Error was: (2) No such file or "
+           "directory"},
+      {"read and write a missing file", missing, File::FILE_OPEN_MODE_READ_WRITE, false, 0,
+       "Unable to open file " + missing +
+           " with mode `r+b`. Error was: (2) No such file or "
+           "directory"},
+      {"unknown mode", existing.path(), 4, false, 0, "Invalid open mode"},
+      {"truncate", existing.path(), File::FILE_OPEN_MODE_TRUNCATE, true, 0, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    LogCapture log;
+    File file;
+    EXPECT_EQ(c.ok, file.Initialize(c.path, c.mode));
+    EXPECT_EQ(c.ok, file.IsOpen());
+    EXPECT_EQ(c.ok ? c.path : "", file.GetPath());
+    if (c.ok) {
+      EXPECT_EQ(c.size, file.Size());
+      EXPECT_EQ(0u, file.Cursor());
+    }
+    if (c.log.empty()) {
+      EXPECT_EQ(0u, log.Count()) << log.All();
+    } else {
+      EXPECT_TRUE(log.Contains(c.log)) << log.All();
+    }
+  }
+  EXPECT_EQ("", existing.Contents());  // the last case truncated it
+}
+
+TEST(FileOpen, SuppressedOpenErrorsStaySilent) {
+  LogCapture log;
+  File file;
+  file.SuppressLogErrorsOnInit();
+  EXPECT_FALSE(file.Initialize("/nonexistent/vidora/file"));
+  EXPECT_FALSE(file.Initialize("/nonexistent/vidora/file", File::FILE_OPEN_MODE_READ_WRITE));
+  EXPECT_EQ(0u, log.Count()) << log.All();
+}
+
+TEST(FileOpen, ClosedFileRefusesEverything) {
+  LogCapture log;
+  File file;
+  uint8_t byte;
+  std::string all = "stale";
+  EXPECT_TRUE(file.IsEOF());
+  EXPECT_EQ(0u, file.Cursor());
+  EXPECT_EQ(0u, file.Size());
+  EXPECT_FALSE(file.SeekBegin());
+  EXPECT_FALSE(file.SeekTo(0));
+  EXPECT_FALSE(file.ReadUI8(&byte));
+  EXPECT_FALSE(file.WriteUI8(1));
+  EXPECT_FALSE(file.ReadAll(all));
+  EXPECT_EQ("", all);
+  EXPECT_FALSE(file.Flush());
+  EXPECT_TRUE(log.Contains("File not opened"));
+  EXPECT_TRUE(file.Close());
+}
+
+TEST(FileSeek, StaysWithinTheKnownSize) {
+  TempFile temp("0123456789");
+  File file;
+  ASSERT_TRUE(file.Initialize(temp.path()));
+  struct {
+    const char* name;
+    uint64_t start;
+    int op;  // 0 SeekTo, 1 SeekAhead, 2 SeekBehind
+    long arg;
+    bool ok;
+    uint64_t cursor;
+    const char* log;
+  } cases[] = {
+      {"to the size", 3, 0, 10, true, 10, nullptr},
+      {"to past the size", 3, 0, 11, false, 3, "End of file will be reached"},
+      {"to 0", 3, 0, 0, true, 0, nullptr},
+      {"ahead to the end", 3, 1, 7, true, 10, nullptr},
+      {"ahead past the end", 3, 1, 8, false, 3, "End of file will be reached"},
+      {"ahead by a negative count", 3, 1, -1, false, 3, "Invalid count"},
+      {"behind to the start", 3, 2, 3, true, 0, nullptr},
+      {"behind past the start", 3, 2, 4, false, 3, "Beginning of file will be reached"},
+      {"behind by a negative count", 3, 2, -2, false, 3, "Invalid count"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_TRUE(file.SeekTo(c.start));
+    LogCapture log;
+    const bool ok = c.op == 0   ? file.SeekTo(static_cast<uint64_t>(c.arg))
+                    : c.op == 1 ? file.SeekAhead(c.arg)
+                                : file.SeekBehind(c.arg);
+    EXPECT_EQ(c.ok, ok);
+    EXPECT_EQ(c.cursor, file.Cursor());
+    if (c.log != nullptr) {
+      EXPECT_TRUE(log.Contains(c.log)) << log.All();
+    } else {
+      EXPECT_EQ(0u, log.Count()) << log.All();
+    }
+  }
+  uint8_t byte = 0;
+  ASSERT_TRUE(file.SeekTo(4));
+  ASSERT_TRUE(file.ReadUI8(&byte));  // the stream really is where Cursor() says
+  EXPECT_EQ('4', byte);
+  ASSERT_TRUE(file.SeekEnd());
+  EXPECT_EQ(10u, file.Cursor());
+  EXPECT_FALSE(file.ReadUI8(&byte));
+  EXPECT_TRUE(file.IsEOF());
+}
+
+TEST(FileRead, TypedValuesInBothByteOrders) {
+  TempFile temp(Bytes({0x81, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0xF8}));
+  File file;
+  ASSERT_TRUE(file.Initialize(temp.path()));
+  struct {
+    const char* name;
+    bool networkOrder;
+    uint64_t unsignedValue;
+    int64_t signedValue;
+  } cases[] = {
+      {"I16 big", true, 0x8102, -32510},
+      {"I16 little", false, 0x0281, 0x0281},
+      {"I24 big", true, 0x810203, 0x810203},  // 24-bit: no sign extension
+      {"I24 little", false, 0x030281, 0x030281},
+      {"I32 big", true, 0x81020304, -2130574588},
+      {"I32 little", false, 0x04030281, 0x04030281},
+      {"I64 big", true, 0x81020304050607F8ull, static_cast<int64_t>(0x81020304050607F8ull)},
+      {"I64 little", false, 0xF807060504030281ull, static_cast<int64_t>(0xF807060504030281ull)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string name = c.name;
+    int64_t got = 0;
+    uint64_t ugot = 0;
+    bool ok = true;
+    ASSERT_TRUE(file.SeekBegin());
+    if (name.rfind("I16", 0) == 0) {
+      int16_t s;
+      uint16_t u;
+      ok = file.PeekI16(&s, c.networkOrder) && file.ReadUI16(&u, c.networkOrder);
+      got = s, ugot = u;
+    } else if (name.rfind("I24", 0) == 0) {
+      int32_t s;
+      uint32_t u;
+      ok = file.PeekI24(&s, c.networkOrder) && file.ReadUI24(&u, c.networkOrder);
+      got = s, ugot = u;
+    } else if (name.rfind("I32", 0) == 0) {
+      int32_t s;
+      uint32_t u;
+      ok = file.PeekI32(&s, c.networkOrder) && file.ReadUI32(&u, c.networkOrder);
+      got = s, ugot = u;
+    } else {
+      int64_t s;
+      uint64_t u;
+      ok = file.PeekI64(&s, c.networkOrder) && file.ReadUI64(&u, c.networkOrder);
+      got = s, ugot = u;
+    }
+    ASSERT_TRUE(ok);
+    EXPECT_EQ(c.signedValue, got);
+    EXPECT_EQ(c.unsignedValue, ugot);
+  }
+  int8_t i8;
+  uint8_t u8;
+  ASSERT_TRUE(file.SeekBegin());
+  ASSERT_TRUE(file.PeekI8(&i8));
+  ASSERT_TRUE(file.ReadUI8(&u8));
+  EXPECT_EQ(-127, i8);
+  EXPECT_EQ(0x81, u8);
+  EXPECT_EQ(1u, file.Cursor());
+}
+
+TEST(FileRead, FlvTimestampsPutTheHighByteLast) {
+  TempFile temp(Bytes({0x12, 0x34, 0x56, 0x78, 0xFF, 0xFF, 0xFF, 0x80}));
+  File file;
+  ASSERT_TRUE(file.Initialize(temp.path()));
+  uint32_t u = 0;
+  int32_t s = 0;
+  ASSERT_TRUE(file.PeekSUI32(&u));
+  EXPECT_EQ(0x78123456u, u);
+  ASSERT_TRUE(file.ReadSI32(&s));
+  EXPECT_EQ(0x78123456, s);
+  ASSERT_TRUE(file.PeekSI32(&s));
+  EXPECT_EQ(static_cast<int32_t>(0x80FFFFFF), s);
+  ASSERT_TRUE(file.ReadSUI32(&u));
+  EXPECT_EQ(0x80FFFFFFu, u);
+}
+
+TEST(FileRead, ShortReadsFail) {
+  TempFile temp("abc");
+  File file;
+  ASSERT_TRUE(file.Initialize(temp.path()));
+  LogCapture log;
+  uint32_t value = 0;
+  EXPECT_FALSE(file.ReadUI32(&value, true));
+  EXPECT_TRUE(log.Contains("Unable to read 4 bytes from the file. Cursor: 3 (0x3); (0) "))
+      << log.All();
+  ASSERT_TRUE(file.SeekBegin());
+  uint8_t buffer[4];
+  EXPECT_FALSE(file.PeekBuffer(buffer, 4));
+  ASSERT_TRUE(file.SeekTo(1));
+  ASSERT_TRUE(file.PeekBuffer(buffer, 2));
+  EXPECT_EQ(0, memcmp("bc", buffer, 2));
+  EXPECT_EQ(1u, file.Cursor());
+  EXPECT_TRUE(file.ReadBuffer(buffer, 0));
+  log.Clear();
+  EXPECT_FALSE(file.ReadBuffer(buffer, 0x100000000ull));
+  EXPECT_TRUE(log.Contains("Can't read more than 4GB of data at once"));
+  EXPECT_FALSE(file.WriteBuffer(buffer, 0x100000000ull));
+  EXPECT_TRUE(log.Contains("Can't write more than 4GB of data at once"));
+}
+
+TEST(FileRead, ReadAllBounds) {
+  TempFile empty, small("some bytes\n"), huge;
+  ASSERT_EQ(0, truncate(huge.path().c_str(), 0xFFFFFFFFll));  // sparse: no disk used
+  File file;
+  std::string content = "stale";
+  ASSERT_TRUE(file.Initialize(empty.path()));
+  EXPECT_TRUE(file.ReadAll(content));
+  EXPECT_EQ("", content);
+
+  ASSERT_TRUE(file.Initialize(small.path()));
+  ASSERT_TRUE(file.SeekTo(5));
+  EXPECT_TRUE(file.ReadAll(content));
+  EXPECT_EQ("some bytes\n", content);
+
+  LogCapture log;
+  ASSERT_TRUE(file.Initialize(huge.path()));
+  EXPECT_EQ(0xFFFFFFFFull, file.Size());
+  EXPECT_FALSE(file.ReadAll(content));
+  EXPECT_EQ("", content);
+  EXPECT_TRUE(log.Contains("ReadAll can only be done on files smaller than 2^32 bytes (4GB)"));
+}
+
+TEST(FileWrite, TypedValuesLandAsHandWrittenBytes) {
+  TempFile temp;
+  File file;
+  ASSERT_TRUE(file.Initialize(temp.path(), File::FILE_OPEN_MODE_TRUNCATE));
+  ASSERT_TRUE(file.WriteI8(-2));
+  ASSERT_TRUE(file.WriteUI8(0x81));
+  ASSERT_TRUE(file.WriteI16(-2, true));
+  ASSERT_TRUE(file.WriteUI16(0x0102, false));
+  ASSERT_TRUE(file.WriteI24(-2, true));  // the low 3 bytes
+  ASSERT_TRUE(file.WriteUI24(0x010203, false));
+  ASSERT_TRUE(file.WriteI32(-2, false));
+  ASSERT_TRUE(file.WriteUI32(0x01020304, true));
+  ASSERT_TRUE(file.WriteI64(-2, true));
+  ASSERT_TRUE(file.WriteUI64(0x0102030405060708ull, false));
+  ASSERT_TRUE(file.WriteSUI32(0x78123456));
+  ASSERT_TRUE(file.WriteSI32(-2));
+  ASSERT_TRUE(file.WriteString(std::string("z\0y", 3)));
+  EXPECT_EQ(47u, file.Size());
+  ASSERT_TRUE(file.Flush());
+  EXPECT_EQ(Bytes({0xFE, 0x81, 0xFF, 0xFE, 0x02, 0x01, 0xFF, 0xFF, 0xFE, 0x03, 0x02, 0x01,
+                   0xFE, 0xFF, 0xFF, 0xFF, 0x01, 0x02, 0x03, 0x04, 0xFF, 0xFF, 0xFF, 0xFF,
+                   0xFF, 0xFF, 0xFF, 0xFE, 0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01,
+                   0x12, 0x34, 0x56, 0x78, 0xFF, 0xFF, 0xFE, 0xFF, 'z',  0,    'y'}),
+            temp.Contents());
+}
+
+TEST(FileWrite, AppendModeKeepsTheSizeItKnows) {
+  TempFile temp("0123456789");
+  {
+    File file;
+    ASSERT_TRUE(file.Initialize(temp.path(), File::FILE_OPEN_MODE_APPEND));
+    EXPECT_EQ(10u, file.Size());
+    ASSERT_TRUE(file.SeekBegin());
+    ASSERT_TRUE(file.WriteString("abcde"));  // appended, wherever the cursor was
+    EXPECT_EQ(15u, file.Size());
+    std::string all;
+    ASSERT_TRUE(file.ReadAll(all));
+    EXPECT_EQ("0123456789abcde", all);
+  }
+  struct stat st;
+  ASSERT_EQ(0, stat(temp.path().c_str(), &st));
+  EXPECT_EQ(15, st.st_size);
+  EXPECT_EQ("0123456789abcde", temp.Contents());
+}
+
+TEST(FileWrite, OverwritingCountsAsGrowthUntilSizeIsAsked) {
+  TempFile temp("0123456789");
+  File file;
+  ASSERT_TRUE(file.Initialize(temp.path(), File::FILE_OPEN_MODE_READ_WRITE));
+  ASSERT_TRUE(file.WriteString("ab"));
+  EXPECT_TRUE(file.SeekTo(12));  // the known size is now 12
+  EXPECT_EQ(10u, file.Size());   // asking learns the real size again
+  EXPECT_FALSE(file.SeekTo(11));
+  ASSERT_TRUE(file.Flush());
+  EXPECT_EQ("ab23456789", temp.Contents());
+}
+
+// Walks the tags of an FLV file that ffmpeg made, with the typed reads, and compares each
+// packet's position, size and timestamp with what ffprobe reported.
+TEST(FileRead, WalksFfmpegFlvTags) {
+  const std::string dir = std::string(VIDORA_FIXTURES_DIR) + "/flv/";
+  std::ifstream expectedFile(dir + "tags.txt");
+  ASSERT_TRUE(expectedFile.good());
+  struct packet_t {
+    uint64_t pos;
+    uint32_t size, dts;
+  };
+  std::vector<packet_t> expected;
+  std::string line;
+  while (std::getline(expectedFile, line)) {
+    packet_t p;
+    ASSERT_EQ(3, sscanf(line.c_str(), "%lu,%u,%u", &p.pos, &p.size, &p.dts)) << line;
+    expected.push_back(p);
+  }
+  ASSERT_GT(expected.size(), 5u);
+
+  File file;
+  ASSERT_TRUE(file.Initialize(dir + "tags.flv"));
+  uint8_t signature[3];
+  uint32_t headerSize = 0, previousTagSize = 1;
+  ASSERT_TRUE(file.ReadBuffer(signature, 3));
+  EXPECT_EQ(0, memcmp("FLV", signature, 3));
+  ASSERT_TRUE(file.SeekTo(5));
+  ASSERT_TRUE(file.ReadUI32(&headerSize, true));
+  ASSERT_TRUE(file.SeekTo(headerSize));
+  ASSERT_TRUE(file.ReadUI32(&previousTagSize, true));
+  EXPECT_EQ(0u, previousTagSize);
+
+  size_t matched = 0;
+  bool sawExtendedTimestamp = false;
+  while (file.Cursor() < file.Size()) {
+    const uint64_t tagStart = file.Cursor();
+    uint8_t type = 0;
+    uint32_t dataSize = 0, timestamp = 0, streamId = 1;
+    ASSERT_TRUE(file.ReadUI8(&type));
+    ASSERT_TRUE(file.ReadUI24(&dataSize, true));
+    ASSERT_TRUE(file.ReadSUI32(&timestamp));
+    ASSERT_TRUE(file.ReadUI24(&streamId, true));
+    EXPECT_EQ(0u, streamId);
+    ASSERT_TRUE(file.SeekAhead(dataSize));
+    ASSERT_TRUE(file.ReadUI32(&previousTagSize, true));
+    EXPECT_EQ(11 + dataSize, previousTagSize);
+    if (matched < expected.size() && expected[matched].pos == tagStart) {
+      SCOPED_TRACE("tag at " + std::to_string(tagStart));
+      EXPECT_EQ(expected[matched].dts, timestamp);
+      // Audio (8) data starts with 2 bytes of AAC header, video (9) with 1 byte of flags.
+      EXPECT_EQ(expected[matched].size + (type == 8 ? 2 : 1), dataSize);
+      sawExtendedTimestamp |= timestamp > 0xFFFFFF;
+      ++matched;
+    }
+  }
+  EXPECT_EQ(expected.size(), matched);
+  EXPECT_TRUE(sawExtendedTimestamp);
+  EXPECT_EQ(file.Size(), file.Cursor());
+}
+
+}  // namespace
+}  // namespace common
+}  // namespace vrex
