@@ -1,0 +1,281 @@
+// IPCFileLock against flock(1) in a child process, and LockClosure between threads.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "mscommon/ipc_file_lock.h"
+#include "mscommon/lock_closure.h"
+
+extern char** environ;
+
+namespace ms {
+namespace {
+
+class TempDir {
+ public:
+  TempDir() {
+    char pattern[] = "/tmp/vidora-ipclock-XXXXXX";
+    _path = mkdtemp(pattern);
+  }
+  ~TempDir() { std::system(("rm -rf '" + _path + "'").c_str()); }
+  std::string File(const std::string& name) const {
+    const std::string path = _path + "/" + name;
+    std::ofstream(path) << "vrx";
+    return path;
+  }
+  const std::string& path() const { return _path; }
+
+ private:
+  std::string _path;
+};
+
+// Runs a command under /bin/sh with `path` as $1 and returns its exit status.
+int ShellStatus(const std::string& command, const std::string& path) {
+  const std::string line = "sh -c '" + command + "' sh '" + path + "'";
+  const int status = std::system(line.c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Whether another process could take the flock now: flock(1) exits 7 when it cannot.
+bool OtherProcessCanLock(const std::string& path, bool shared) {
+  return ShellStatus(std::string("flock -n -E 7 ") + (shared ? "-s" : "-x") + " \"$1\" true", path) == 0;
+}
+
+// A child process that holds flock on a file until it is released (its stdin closes).
+class ChildHolder {
+ public:
+  ChildHolder(const std::string& path, bool shared) {
+    int in[2], out[2];
+    EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
+    EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    const std::string mode = shared ? "-s" : "-x";
+    const char* argv[] = {"flock", mode.c_str(), path.c_str(), "-c", "echo locked; read line", nullptr};
+    EXPECT_EQ(posix_spawnp(&_pid, "flock", &actions, nullptr, const_cast<char**>(argv), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(out[1]);
+    _stdin = in[1];
+    char buffer[16] = {};
+    EXPECT_EQ(read(out[0], buffer, 7), 7);  // "locked\n": the child holds the lock now
+    EXPECT_EQ(std::string(buffer), "locked\n");
+    close(out[0]);
+  }
+  ~ChildHolder() { Release(); }
+  void Release() {
+    if (_pid <= 0) return;
+    close(_stdin);
+    int status = 0;
+    waitpid(_pid, &status, 0);
+    _pid = 0;
+  }
+
+ private:
+  pid_t _pid = 0;
+  int _stdin = -1;
+};
+
+long MillisSince(std::chrono::steady_clock::time_point start) {
+  return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                               std::chrono::steady_clock::now() - start).count());
+}
+
+TEST(IPCFileLockTest, ExclusiveChildMakesEveryAttemptFailUntilItLetsGo) {
+  TempDir dir;
+  const std::string path = dir.File("a.vrx");
+  ChildHolder child(path, false);
+  struct {
+    bool shared;
+    unsigned long millis;
+  } attempts[] = {{true, 0}, {false, 0}, {true, IPCFileLock::kDEFAULT_TIMEOUT_MS}};
+  for (const auto& attempt : attempts) {
+    IPCFileLock lock(path, attempt.shared);
+    ASSERT_TRUE(lock.IsInitialized());
+    EXPECT_FALSE(lock.TryLock());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(lock.TryLockFor(attempt.millis));
+    const long waited = MillisSince(start);
+    EXPECT_GE(waited, static_cast<long>(attempt.millis)) << "gives up only at the limit";
+    EXPECT_LT(waited, static_cast<long>(attempt.millis) + 5000);
+    EXPECT_FALSE(lock.IsLocked());
+  }
+  child.Release();
+  IPCFileLock lock(path, false);
+  EXPECT_TRUE(lock.TryLockFor(IPCFileLock::kDEFAULT_TIMEOUT_MS));
+  EXPECT_TRUE(lock.IsLocked());
+}
+
+TEST(IPCFileLockTest, SharedChildAdmitsReadersOnly) {
+  TempDir dir;
+  const std::string path = dir.File("a.vrx");
+  ChildHolder child(path, true);
+  IPCFileLock reader(path, true);
+  EXPECT_TRUE(reader.TryLockFor(IPCFileLock::kDEFAULT_TIMEOUT_MS));
+  IPCFileLock writer(path, false);
+  EXPECT_FALSE(writer.TryLockFor(200));
+  EXPECT_TRUE(reader.Unlock());
+  EXPECT_FALSE(reader.IsLocked());
+  EXPECT_FALSE(writer.TryLock()) << "the child still holds it shared";
+}
+
+TEST(IPCFileLockTest, OurLocksAreSeenByOtherProcesses) {
+  TempDir dir;
+  const std::string path = dir.File("a.vrx");
+  struct {
+    bool shared;
+    bool otherShared;
+    bool otherCanLock;
+  } cases[] = {{false, true, false}, {false, false, false}, {true, true, true}, {true, false, false}};
+  for (const auto& c : cases) {
+    IPCFileLock lock(path, c.shared);
+    ASSERT_TRUE(lock.Lock());
+    EXPECT_EQ(OtherProcessCanLock(path, c.otherShared), c.otherCanLock) << c.shared << c.otherShared;
+    ASSERT_TRUE(lock.Unlock());
+    EXPECT_TRUE(OtherProcessCanLock(path, c.otherShared)) << "after Unlock";
+    ASSERT_TRUE(lock.TryLock());
+  }
+  EXPECT_TRUE(OtherProcessCanLock(path, false)) << "the destructor closed the descriptor";
+}
+
+TEST(IPCFileLockTest, TwoObjectsInOneProcessExcludeEachOther) {
+  TempDir dir;
+  const std::string path = dir.File("a.vrx");
+  IPCFileLock first(path, false);
+  ASSERT_TRUE(first.TryLock());
+  IPCFileLock second(path, true);
+  EXPECT_FALSE(second.TryLockFor(0));
+  first.Unlock();
+  EXPECT_TRUE(second.TryLockFor(0));
+}
+
+TEST(IPCFileLockTest, UnopenableFilesAreNeverLocked) {
+  TempDir dir;
+  const std::string readOnly = dir.File("read-only.vrx");
+  ASSERT_EQ(chmod(readOnly.c_str(), 0444), 0);
+  ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+  // Root may write anything: open the file as an unprivileged user, as the service runs.
+  const bool root = geteuid() == 0;
+  if (root) {
+    ASSERT_EQ(seteuid(65534), 0);
+  }
+  std::unique_ptr<IPCFileLock> locks[] = {
+      std::make_unique<IPCFileLock>(readOnly, true),
+      std::make_unique<IPCFileLock>(dir.path() + "/missing.vrx", true),
+      std::make_unique<IPCFileLock>("", false),
+  };
+  if (root) {
+    ASSERT_EQ(seteuid(0), 0);
+  }
+  for (auto& lock : locks) {
+    EXPECT_FALSE(lock->IsInitialized()) << lock->Name();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(lock->TryLockFor(IPCFileLock::kDEFAULT_TIMEOUT_MS)) << lock->Name();
+    EXPECT_LT(MillisSince(start), 1000) << "no waiting on an unopened file: " << lock->Name();
+    EXPECT_FALSE(lock->Lock());
+    EXPECT_FALSE(lock->TryLock());
+    EXPECT_FALSE(lock->Unlock());
+  }
+}
+
+TEST(LockClosureTest, HoldsBothLayersUntilUnlockAll) {
+  TempDir dir;
+  std::vector<CombinedLock> locks(3);
+  for (int i = 0; i < 3; ++i) {
+    const std::string path = dir.File("f" + std::to_string(i));
+    ASSERT_EQ(locks[i].fileLock.Init(path.c_str(), i == 1), 0);
+    locks[i].ipcLock = std::make_shared<IPCFileLock>(path, i == 1);
+  }
+  LockClosure closure(locks);
+  ASSERT_TRUE(closure.IsLocked());
+  for (size_t i = 0; i < locks.size(); ++i) {
+    if (i + 1 < locks.size()) {
+      EXPECT_TRUE(locks[i].fileLock < locks[i + 1].fileLock);
+    }
+    EXPECT_TRUE(locks[i].fileLock.IsLocked());
+    EXPECT_EQ(OtherProcessCanLock(locks[i].fileLock.path, true), locks[i].fileLock.IsShared());
+  }
+  closure.UnlockAll();
+  for (const CombinedLock& lock : locks) {
+    EXPECT_FALSE(lock.fileLock.IsLocked());
+    EXPECT_FALSE(lock.ipcLock->IsLocked());
+    EXPECT_TRUE(OtherProcessCanLock(lock.fileLock.path, false));
+  }
+  std::vector<CombinedLock> none;
+  EXPECT_TRUE(LockClosure(none).IsLocked());
+}
+
+// Threads take both layers of random overlapping file sets, each with descriptors of its own.
+// A wrong order would deadlock (flock waits without limit here); exclusive holders must be alone.
+TEST(LockClosureTest, SortedClosuresOverlappingFromManyThreadsNeverDeadlock) {
+  TempDir dir;
+  constexpr int kFiles = 5;
+  std::vector<std::string> paths;
+  for (int i = 0; i < kFiles; ++i) paths.push_back(dir.File(std::to_string(i)));
+  std::array<std::atomic<int>, kFiles> readers{};
+  std::array<std::atomic<int>, kFiles> writers{};
+  std::atomic<int> violations{0};
+
+  auto worker = [&](unsigned seed) {
+    std::mt19937 random(seed);
+    for (int round = 0; round < 150; ++round) {
+      std::vector<CombinedLock> locks;
+      for (int f = kFiles - 1; f >= 0; --f) {
+        if (random() % 2 == 0) continue;
+        const bool shared = random() % 3 == 0;
+        locks.emplace_back();
+        ASSERT_EQ(locks.back().fileLock.Init(paths[f].c_str(), shared), 0);
+        locks.back().ipcLock = std::make_shared<IPCFileLock>(paths[f], shared);
+      }
+      LockClosure closure(locks);
+      ASSERT_TRUE(closure.IsLocked());
+      for (const CombinedLock& lock : locks) {
+        const int f = lock.fileLock.path.back() - '0';
+        if (lock.fileLock.IsShared()) {
+          ++readers[f];
+          if (writers[f] != 0) ++violations;
+        } else if (++writers[f] != 1 || readers[f] != 0) {
+          ++violations;
+        }
+      }
+      std::this_thread::yield();
+      for (const CombinedLock& lock : locks) {
+        const int f = lock.fileLock.path.back() - '0';
+        if (lock.fileLock.IsShared()) {
+          --readers[f];
+        } else {
+          --writers[f];
+        }
+      }
+      closure.UnlockAll();
+      if (round % 50 == 0) {
+        ASSERT_TRUE(closure.LockAll());
+        closure.UnlockAll();
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  for (unsigned t = 0; t < 8; ++t) threads.emplace_back(worker, 100 + t);
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(violations, 0);
+}
+
+}  // namespace
+}  // namespace ms
