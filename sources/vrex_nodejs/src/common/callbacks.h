@@ -12,6 +12,13 @@ Napi::Value callback_version(const Napi::CallbackInfo& info);
 Napi::Value callback_getErrorDescription(const Napi::CallbackInfo& info);
 Napi::Value callback_getTimeMillis(const Napi::CallbackInfo& info);
 
+// callbacks_pools.cc
+Napi::Value callback_setWorkersPoolsLimits(const Napi::CallbackInfo& info);
+Napi::Value callback_getWorkersPoolsStats(const Napi::CallbackInfo& info);
+
+// callbacks_operations.cc
+Napi::Value callback_cancelOperation(const Napi::CallbackInfo& info);
+
 // callbacks_logging.cc
 Napi::Value callback_setLogFile(const Napi::CallbackInfo& info);
 Napi::Value callback_setLogLevel(const Napi::CallbackInfo& info);

@@ -7,6 +7,8 @@
 #include "common/exit_hooks.h"
 #include "common/process_env.h"
 #include "common/register_function.h"
+#include "common/work_pool.h"
+#include "common/workers_pools_manager.h"
 #include "media/errors.h"
 #include "mediaformats/errors.h"
 #include "nodejs/errors.h"
@@ -26,12 +28,20 @@ void RegisterCallbacks(Napi::Object& exports) {
   napi_add_env_cleanup_hook(exports.Env(), OnNodeExit, nullptr);
   atexit(OnPOSIXExit);
   ReadProcessEnv();
+  SetWorkPoolMaxSize(128);
+  WorkersPoolsManager::SetupWorkersPool("Serve", 90);
+  WorkersPoolsManager::SetupWorkersPool("Write", 5);
+  WorkersPoolsManager::SetupWorkersPool("Read", 4);
+  WorkersPoolsManager::SetupWorkersPool("Misc", 1);
 
   RegisterFunction(exports, "version", callback_version);
   RegisterFunction(exports, "getErrorDescription", callback_getErrorDescription);
+  RegisterFunction(exports, "setWorkersPoolsLimits", callback_setWorkersPoolsLimits);
+  RegisterFunction(exports, "getWorkersPoolsStats", callback_getWorkersPoolsStats);
   RegisterFunction(exports, "getTimeMillis", callback_getTimeMillis);
   RegisterFunction(exports, "setLogFile", callback_setLogFile);
   RegisterFunction(exports, "setLogLevel", callback_setLogLevel);
+  RegisterFunction(exports, "cancelOperation", callback_cancelOperation);
 }
 
 }  // namespace common

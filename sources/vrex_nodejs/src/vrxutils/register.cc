@@ -1,11 +1,16 @@
 // Registration of the VRX file utilities functions.
+#include "common/register_function.h"
 #include "registrars.h"
+#include "vrxutils/callbacks.h"
 
 namespace vrex {
 namespace nodejs {
 namespace vrxutils {
 
-void RegisterCallbacks(Napi::Object&) {}
+void RegisterCallbacks(Napi::Object& exports) {
+  common::RegisterFunction(exports, "statvfs", callback_statvfs);
+  common::RegisterFunction(exports, "nop", callback_nop);
+}
 
 }  // namespace vrxutils
 }  // namespace nodejs
