@@ -434,7 +434,8 @@ TEST(IOBufferReceive, ReadFromFdEdgeCases) {
     EXPECT_EQ(c.got, got);
     EXPECT_EQ(c.err, err);
     EXPECT_EQ(static_cast<uint32_t>(c.got), buffer.GetPublished());
-    EXPECT_EQ(0, memcmp("hello world", buffer.GetPointer(), c.got));
+    const char* hello = "hello world";
+    EXPECT_EQ(std::vector<uint8_t>(hello, hello + c.got), Unread(buffer));
     EXPECT_EQ(
         c.got > 0 ? std::vector<uint32_t>{static_cast<uint32_t>(c.got)} : std::vector<uint32_t>{},
         sampler.samples);
