@@ -1,8 +1,10 @@
 // A console reporter that ends the run with each benchmark's time as a ratio to a baseline
-// measured in the same run, so figures from different machines compare by ratio.
+// measured in the same run, so figures from different machines compare by ratio. With
+// --benchmark_repetitions the medians are compared.
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <string>
@@ -14,13 +16,17 @@ namespace vidora_bench {
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   // `baseline`: the name of the benchmark the others are compared with.
-  explicit RatioReporter(std::string baseline) : _baseline(std::move(baseline)) {}
+  // Colours only on a terminal, so the text can go into a file or a document.
+  explicit RatioReporter(std::string baseline)
+      : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular),
+        _baseline(std::move(baseline)) {}
 
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      _times.emplace_back(run.benchmark_name(), run.GetAdjustedRealTime());
+      if (run.error_occurred) continue;
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if (run.run_type == Run::RT_Iteration || median) Keep(run.run_name.str(), run);
     }
   }
 
@@ -33,11 +39,22 @@ class RatioReporter : public benchmark::ConsoleReporter {
     if (baseline <= 0) return;
     printf("\nTime per iteration as a multiple of %s (same run):\n", _baseline.c_str());
     for (const auto& entry : _times) {
-      printf("  %-48s %8.2fx\n", entry.first.c_str(), entry.second / baseline);
+      printf("  %-48s %8.3fx\n", entry.first.c_str(), entry.second / baseline);
     }
   }
 
  private:
+  // The latest time of `name`: its only run, its last repetition, then its median.
+  void Keep(const std::string& name, const Run& run) {
+    for (auto& entry : _times) {
+      if (entry.first == name) {
+        entry.second = run.GetAdjustedRealTime();
+        return;
+      }
+    }
+    _times.emplace_back(name, run.GetAdjustedRealTime());
+  }
+
   std::string _baseline;
   std::vector<std::pair<std::string, double>> _times;
 };

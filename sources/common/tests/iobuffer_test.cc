@@ -42,6 +42,12 @@ struct Recorder : IOBuffer::IOSampler {
   void Sample(uint32_t bytes) override { samples.push_back(bytes); }
 };
 
+// What a sampler hears from one transfer of `count` bytes: nothing when none moved.
+std::vector<uint32_t> OneSample(long count) {
+  if (count <= 0) return {};
+  return {static_cast<uint32_t>(count)};
+}
+
 // Closes both ends when the test ends.
 struct FdPair {
   int fds[2] = {-1, -1};
@@ -302,9 +308,7 @@ TEST(IOBufferSend, SendsWithinSizeAndLimit) {
     const ssize_t got = c.sent > 0 ? recv(pair.fds[1], received.data(), received.size(), 0) : 0;
     received.resize(got);
     EXPECT_EQ(std::vector<uint8_t>(data.begin(), data.begin() + c.sent), received);
-    EXPECT_EQ(
-        c.sent > 0 ? std::vector<uint32_t>{static_cast<uint32_t>(c.sent)} : std::vector<uint32_t>{},
-        sampler.samples);
+    EXPECT_EQ(OneSample(c.sent), sampler.samples);
   }
 }
 
@@ -436,9 +440,7 @@ TEST(IOBufferReceive, ReadFromFdEdgeCases) {
     EXPECT_EQ(static_cast<uint32_t>(c.got), buffer.GetPublished());
     const char* hello = "hello world";
     EXPECT_EQ(std::vector<uint8_t>(hello, hello + c.got), Unread(buffer));
-    EXPECT_EQ(
-        c.got > 0 ? std::vector<uint32_t>{static_cast<uint32_t>(c.got)} : std::vector<uint32_t>{},
-        sampler.samples);
+    EXPECT_EQ(OneSample(c.got), sampler.samples);
   }
 }
 

@@ -4,7 +4,8 @@
 //
 // The known size is learnt at open and kept up to date by Size() and by writes; the seeks
 // refuse to go beyond it. Writes add their length to it even when they overwrite old bytes,
-// so after writing over existing content call Size() to learn the truth again.
+// so after writing over existing content call Size() to learn the truth again. As with stdio,
+// a seek must stand between a write and a following read (and the other way round).
 #pragma once
 
 #include <cstdint>
