@@ -14,6 +14,10 @@ namespace media {
 // `fromRate` gives -1; equal rates give `value`.
 int64_t rescale(int64_t value, uint32_t fromRate, uint32_t toRate);
 
+// A wall clock in ms since the epoch as UTC text, "2026-11-22 10:15:30.123"; a negative value
+// as its number. For logs and listings.
+std::string FormatWallClockMillis(long millis);
+
 struct timestamp_t {
   int64_t value = -1;      // ticks
   uint32_t clockRate = 0;  // ticks per second

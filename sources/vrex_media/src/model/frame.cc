@@ -4,7 +4,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "abstraction/datasource.h"
 #include "abstraction/errors.h"
@@ -12,19 +11,6 @@
 
 namespace vrex {
 namespace media {
-
-namespace {
-// "2026-11-22 10:15:30.123" in UTC; the listing's human wall clock.
-std::string HumanReadableMillis(long millis) {
-  const time_t seconds = static_cast<time_t>(millis / 1000);
-  tm utc;
-  if (millis < 0 || gmtime_r(&seconds, &utc) == nullptr) return std::to_string(millis);
-  char text[40];
-  snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d.%03ld", utc.tm_year + 1900,
-           utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis % 1000);
-  return text;
-}
-}  // namespace
 
 std::string bounds_t::ToString() const {
   return "OFF:" + std::to_string(offset) + " SZ:" + std::to_string(size);
@@ -52,7 +38,7 @@ std::string frame_t::ToString(unsigned clockRate, long dtsOrigin, bool humanRead
     const unsigned cts = static_cast<unsigned>(rescale(dtsCts.cts, dtsCts.clockRate, clockRate));
     snprintf(text, sizeof(text), "   %c %5u   %d %16ld %8ld %12ld %5u %s %6u", tagKind(tag),
              trackId, keyFrame ? 1 : 0, static_cast<long>(offset), static_cast<long>(size), dts,
-             cts, HumanReadableMillis(wc).c_str(), clockRate);
+             cts, FormatWallClockMillis(wc).c_str(), clockRate);
   } else {
     const long wc = clockSync != nullptr ? clockSync->ComputeWallClock(ts, clockRate) : -1;
     const unsigned cts = static_cast<unsigned>(rescale(dtsCts.cts, dtsCts.clockRate, 1000));

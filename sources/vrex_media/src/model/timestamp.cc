@@ -2,6 +2,7 @@
 #include "media/timestamp.h"
 
 #include <cstdio>
+#include <ctime>
 
 namespace vrex {
 namespace media {
@@ -12,6 +13,16 @@ int64_t rescale(int64_t value, uint32_t fromRate, uint32_t toRate) {
   const unsigned __int128 scaled =
       ((fromRate >> 1) + static_cast<unsigned __int128>(value) * toRate) / fromRate;
   return static_cast<int64_t>(scaled);
+}
+
+std::string FormatWallClockMillis(long millis) {
+  const time_t seconds = static_cast<time_t>(millis / 1000);
+  tm utc;
+  if (millis < 0 || gmtime_r(&seconds, &utc) == nullptr) return std::to_string(millis);
+  char text[48];
+  snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d.%03ld", utc.tm_year + 1900,
+           utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis % 1000);
+  return text;
 }
 
 std::string dts_cts_t::ToString() const {
