@@ -78,12 +78,7 @@ Task::~Task() {
   if (_log) LOGI << "#-> Task::~Task id=" << _id << " name=" << _name;
   --_cnt;
   if (_progress != nullptr) _progress->data = nullptr;
-  if (_work) {
-    _work->SetUserData(nullptr);
-    _work->Stop();
-    ReleaseWork(_work);
-    _work.reset();
-  }
+  GiveBackWork();
   if (_progress != nullptr) {
     uv_close(reinterpret_cast<uv_handle_t*>(_progress), InternalDeleteUvProgress);
     _progress = nullptr;
@@ -126,6 +121,14 @@ void Task::Enqueue(bool inJs, TaskCleaner* cleaner) {
     LOGE << "\tTaskL::Enqueue Failed to get Work instance id=" << _id << " name=" << _name;
   }
   if (_timeoutMs > 0) StartTimer();
+}
+
+void Task::GiveBackWork() {
+  if (!_work) return;
+  _work->SetUserData(nullptr);
+  _work->Stop();
+  ReleaseWork(_work);
+  _work.reset();
 }
 
 void Task::StartTimer() {
@@ -182,6 +185,8 @@ void Task::InternalJobFinished(Work* work, int status) {
   // The answer is given: a timer still pending must not give a second one.
   if (task->_timer != nullptr) uv_timer_stop(task->_timer);
   work->SetUserData(nullptr);
+  // Given back before the pool starts the next task, which may need this very thread.
+  task->GiveBackWork();
   if (task->_cleaner != nullptr) {
     task_scope_t scope(task->_env);
     task->_cleaner->SignalTaskFinished(task->_env, false, task->_id);

@@ -100,6 +100,7 @@ class Task : public std::enable_shared_from_this<Task> {
   static void InternalDeleteUvTimer(uv_handle_t* handle);
   void InternalWork();
   void StartTimer();
+  void GiveBackWork();
 
   const long _id;
   const std::string _name;

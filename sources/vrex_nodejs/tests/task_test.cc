@@ -1,0 +1,231 @@
+// The road of one task through a Work thread and libuv, without JavaScript: results, times,
+// the error record, progress, the timer, and the "no free Work" path.
+#include "common/task.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "common/clock.h"
+#include "common/work_pool.h"
+#include "common/workers_pool.h"
+#include "nodejs/errors.h"
+#include "fake_node_api.h"
+#include "task_test_support.h"
+
+namespace vrex {
+namespace nodejs {
+namespace common {
+namespace testing {
+namespace {
+
+using vrex::webrtcnodejs::ERR_NODEJS_FILE_IO;
+using vrex::webrtcnodejs::ERR_NODEJS_OPERATION_TIMED_OUT;
+
+std::string ThreadName(pthread_t thread) {
+  char name[32] = {0};
+  pthread_getname_np(thread, name, sizeof(name));
+  return name;
+}
+
+class TaskTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    _living = Task::LivingCount();
+    CapturedLog::Install();
+    CapturedLog::Clear();
+  }
+  void TearDown() override {
+    _pool.reset();
+    DrainLoop();
+    EXPECT_EQ(Task::LivingCount(), _living) << "a task outlived its test";
+    EXPECT_EQ(UnexpectedNodeApiCalls(), 0);
+    EXPECT_EQ(OpenHandleScopes(), 0);
+  }
+
+  std::shared_ptr<ProbeTask> Enqueue(std::shared_ptr<ProbeTask> task) {
+    task->SetApiCallTime(static_cast<long>(GetTimestampMillis()));
+    _pool->Enqueue(task, false);
+    return task;
+  }
+
+  journal_t _journal;
+  std::unique_ptr<WorkersPool> _pool = std::make_unique<WorkersPool>("test", 10, 200);
+  long _living = 0;
+};
+
+TEST_F(TaskTest, RunsOnANamedWorkerAndFreesItsSlot) {
+  pthread_t worker{};
+  std::string nameDuringWork;
+  const long id = Enqueue(std::make_shared<ProbeTask>(&_journal, "probe", "test", -1, false,
+                                                      [&](ProbeTask&) {
+                                                        worker = pthread_self();
+                                                        nameDuringWork = ThreadName(worker);
+                                                        return 0;
+                                                      }))
+                      ->Id();
+  std::weak_ptr<Task> watch = _pool->Find(id);
+  ASSERT_FALSE(watch.expired());
+  RunLoopUntil([&] { return !_journal.ends.empty(); });
+
+  ASSERT_EQ(_journal.ends.size(), 1u);
+  EXPECT_EQ(_journal.ends[0].id, id);
+  EXPECT_EQ(_journal.ends[0].code, 0);
+  EXPECT_FALSE(_journal.ends[0].timedOut);
+  EXPECT_TRUE(_journal.ends[0].info.chain.empty());
+  EXPECT_EQ(nameDuringWork, "B_" + std::to_string(id));
+  EXPECT_FALSE(pthread_equal(worker, pthread_self()));
+  // The slot is freed and the task dropped in the same finish callback.
+  EXPECT_TRUE(watch.expired());
+  EXPECT_EQ(_pool->InProgressSize(), 0u);
+  EXPECT_EQ(ThreadName(worker), "free worker");
+
+  const auto& stats = _pool->Stats();
+  ASSERT_EQ(stats.count("probe"), 1u);
+  EXPECT_EQ(stats.at("probe").count, 1u);
+}
+
+TEST_F(TaskTest, StampsOperationTimesInsideTheCallWindow) {
+  std::shared_ptr<ProbeTask> task = std::make_shared<ProbeTask>(&_journal, "probe", "test");
+  const long before = static_cast<long>(GetTimestampMillis());
+  task->SetApiCallTime(before);
+  _pool->Enqueue(task, false);
+  RunLoopUntil([&] { return !_journal.ends.empty(); });
+  const long after = static_cast<long>(GetTimestampMillis());
+  EXPECT_LE(before, task->OperationStartTime());
+  EXPECT_LE(task->OperationStartTime(), task->OperationEndTime());
+  EXPECT_LE(task->OperationEndTime(), after);
+  EXPECT_EQ(task->TimeStats().count, 1u);
+  EXPECT_EQ(task->Result(), 0);
+}
+
+TEST_F(TaskTest, CopiesTheWorkersErrorRecord) {
+  int line = 0;
+  Enqueue(std::make_shared<ProbeTask>(&_journal, "probe", "test", -1, false, [&](ProbeTask&) {
+    line = __LINE__ + 1;
+    const int code = VREX_ERROR(ERR_NODEJS_FILE_IO);
+    vrex::errors::addExtraInfo("path", "/nowhere");
+    return code;
+  }));
+  // The main thread's own record holds something else: the end must not read it.
+  VREX_ERROR(vrex::webrtcnodejs::ERR_NODEJS_INVALID_STATE);
+  RunLoopUntil([&] { return !_journal.ends.empty(); });
+
+  const end_record_t& end = _journal.ends.at(0);
+  EXPECT_EQ(end.code, ERR_NODEJS_FILE_IO);
+  ASSERT_EQ(end.info.chain.size(), 1u);
+  EXPECT_EQ(end.info.chain[0].code, ERR_NODEJS_FILE_IO);
+  EXPECT_EQ(end.info.chain[0].line, line);
+  EXPECT_TRUE(std::string(end.info.chain[0].file).find("task_test.cc") != std::string::npos);
+  EXPECT_EQ(end.info.extraInfo, (std::map<std::string, std::string>{{"path", "/nowhere"}}));
+}
+
+TEST_F(TaskTest, TimeoutAnswersOnceAndDropsTheLateResult) {
+  Gate gate;
+  const std::shared_ptr<ProbeTask> task =
+      Enqueue(std::make_shared<ProbeTask>(&_journal, "slow", "test", 5, false, [&](ProbeTask&) {
+        gate.Wait();
+        return VREX_ERROR(ERR_NODEJS_FILE_IO);
+      }));
+  const long id = task->Id();
+  std::weak_ptr<Task> watch = task;
+  RunLoopUntil([&] { return !_journal.ends.empty(); });
+
+  ASSERT_EQ(_journal.ends.size(), 1u);
+  EXPECT_EQ(_journal.ends[0].code, ERR_NODEJS_OPERATION_TIMED_OUT);
+  EXPECT_TRUE(_journal.ends[0].timedOut);
+  ASSERT_FALSE(_journal.ends[0].info.chain.empty());
+  EXPECT_EQ(_journal.ends[0].info.chain[0].code, ERR_NODEJS_OPERATION_TIMED_OUT);
+  // The worker still runs: the slot stays taken until it ends.
+  EXPECT_EQ(_pool->InProgressSize(), 1u);
+  EXPECT_EQ(_pool->Find(id), task);
+
+  gate.Open();
+  RunLoopUntil([&] { return _pool->InProgressSize() == 0; });
+  EXPECT_EQ(_journal.ends.size(), 1u) << "the late result reached the task's end";
+  EXPECT_EQ(task->Result(), ERR_NODEJS_FILE_IO);
+  EXPECT_EQ(_pool->Stats().at("slow").count, 1u);
+}
+
+TEST_F(TaskTest, NoTimerWithoutALimit) {
+  for (long timeoutMs : {0L, -1L}) {
+    _journal.ends.clear();
+    Enqueue(std::make_shared<ProbeTask>(&_journal, "probe", "test", timeoutMs));
+    RunLoopUntil([&] { return !_journal.ends.empty(); });
+    EXPECT_FALSE(_journal.ends[0].timedOut) << timeoutMs;
+    // Nothing of the task is left on the loop: no timer keeps it alive.
+    RunLoopUntil([&] { return Task::LivingCount() == _living; });
+    EXPECT_EQ(uv_run(uv_default_loop(), UV_RUN_NOWAIT), 0) << timeoutMs;
+  }
+}
+
+TEST_F(TaskTest, ProgressRunsOnTheMainThreadAndCoalesces) {
+  constexpr int kTriggers = 1000;
+  const std::shared_ptr<ProbeTask> task = std::make_shared<ProbeTask>(
+      &_journal, "progress", "test", -1, true, [](ProbeTask& self) {
+        for (int i = 0; i < kTriggers; ++i) self.TriggerProgress();
+        return 0;
+      });
+  // A trigger after SignalWork returned, racing the finish handle: either order is safe.
+  task->cleanup = [](ProbeTask& self) { self.TriggerProgress(); };
+  Enqueue(task);
+  RunLoopUntil([&] { return !_journal.ends.empty(); });
+
+  EXPECT_GE(_journal.progressThreads.size(), 1u);
+  EXPECT_LE(_journal.progressThreads.size(), static_cast<size_t>(kTriggers + 1));
+  for (pthread_t thread : _journal.progressThreads) EXPECT_TRUE(pthread_equal(thread, pthread_self()));
+}
+
+TEST_F(TaskTest, WithoutAFreeWorkTheTaskNeverRunsAndKeepsItsSlot) {
+  Gate gate;
+  for (int i = 0; i < kTestWorkThreads; ++i) {
+    Enqueue(std::make_shared<ProbeTask>(&_journal, "busy", "test", -1, false, [&](ProbeTask&) {
+      gate.Wait();
+      return 0;
+    }));
+  }
+  gate.AwaitArrivals(kTestWorkThreads);
+  bool ran = false;
+  const long stranded = Enqueue(std::make_shared<ProbeTask>(&_journal, "stranded", "test", -1,
+                                                            false, [&](ProbeTask&) {
+                                                              ran = true;
+                                                              return 0;
+                                                            }))
+                            ->Id();
+  EXPECT_TRUE(CapturedLog::Contains("\tTaskL::Enqueue Failed to get Work instance"));
+
+  gate.Open();
+  RunLoopUntil([&] { return _journal.ends.size() == static_cast<size_t>(kTestWorkThreads); });
+  DrainLoop();
+  EXPECT_FALSE(ran);
+  for (const end_record_t& end : _journal.ends) EXPECT_NE(end.id, stranded);
+  EXPECT_EQ(_pool->InProgressSize(), 1u);
+  EXPECT_NE(_pool->Find(stranded), nullptr);
+  // Freed Works do not pick it up later either.
+  std::shared_ptr<Work> work = GetWorkInstance();
+  ASSERT_NE(work, nullptr);
+  ReleaseWork(work);
+  EXPECT_EQ(_pool->InProgressSize(), 1u);
+}
+
+TEST(WorkPoolTest, SizeIsFixedByTheFirstRequest) {
+  EXPECT_EQ(SetWorkPoolMaxSize(kTestWorkThreads), kTestWorkThreads);
+  std::vector<std::shared_ptr<Work>> taken;
+  for (int i = 0; i < kTestWorkThreads; ++i) {
+    taken.push_back(GetWorkInstance());
+    ASSERT_NE(taken.back(), nullptr);
+  }
+  EXPECT_EQ(GetWorkInstance(), nullptr);
+  EXPECT_EQ(SetWorkPoolMaxSize(64), kTestWorkThreads);
+  EXPECT_EQ(SetWorkPoolMaxSize(0), kTestWorkThreads);
+  // Oldest first: released in one order, handed out again in that order.
+  for (auto it = taken.rbegin(); it != taken.rend(); ++it) ReleaseWork(*it);
+  for (auto it = taken.rbegin(); it != taken.rend(); ++it) EXPECT_EQ(GetWorkInstance(), *it);
+  for (auto& work : taken) ReleaseWork(work);
+}
+
+}  // namespace
+}  // namespace testing
+}  // namespace common
+}  // namespace nodejs
+}  // namespace vrex
