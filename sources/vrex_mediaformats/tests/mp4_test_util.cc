@@ -1,0 +1,159 @@
+// Helpers of the MP4 family's tests; see mp4_test_util.h.
+#include "mp4_test_util.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include "mediaformats/mp4/reader_mp4.h"
+
+namespace vrex {
+namespace mediaformats {
+namespace testing {
+
+std::string RunCommand(const std::string& command, int& status) {
+  std::string out;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    status = -1;
+    return out;
+  }
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0) out.append(buffer, n);
+  status = pclose(pipe);
+  return out;
+}
+
+bool HaveFfmpeg() {
+  static const bool have = [] {
+    int status = 0;
+    RunCommand("ffprobe -version >/dev/null 2>&1 && ffmpeg -version >/dev/null 2>&1", status);
+    return status == 0;
+  }();
+  return have;
+}
+
+std::string FixturePath(const std::string& name) { return std::string(VIDORA_FIXTURES_DIR) + "/mp4/" + name; }
+
+std::vector<uint8_t> ReadFileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void WriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string TempPath(const std::string& name) {
+  static const std::string dir = [] {
+    char templ[] = "/tmp/vidora_mp4_XXXXXX";
+    const char* made = mkdtemp(templ);
+    return std::string(made ? made : "/tmp");
+  }();
+  return dir + "/" + name;
+}
+
+std::string ToString(const packet_t& p) {
+  std::ostringstream s;
+  s << "track " << p.track << " pos " << p.pos << " size " << p.size << " key " << p.key << " dts "
+    << p.dts << " cts " << p.cts;
+  return s.str();
+}
+
+namespace {
+
+// Makes each track's dts relative to its first packet.
+void Relativize(std::vector<packet_t>& packets) {
+  std::map<int, int64_t> first;
+  for (packet_t& p : packets) {
+    auto it = first.emplace(p.track, p.dts).first;
+    p.dts -= it->second;
+  }
+}
+
+}  // namespace
+
+std::vector<packet_t> ProbePackets(const std::string& path) {
+  int status = 0;
+  std::string out = RunCommand(
+      "ffprobe -v error -show_entries packet=stream_index,pos,size,flags,dts,pts -of csv=p=0 '" +
+          path + "'",
+      status);
+  std::vector<packet_t> packets;
+  if (status != 0) return packets;
+  std::istringstream lines(out);
+  std::string line;
+  while (std::getline(lines, line)) {
+    // stream_index,pts,dts,size,pos,flags
+    std::istringstream fields(line);
+    std::string f[6];
+    for (std::string& field : f) std::getline(fields, field, ',');
+    packet_t p;
+    p.track = std::stoi(f[0]) + 1;
+    int64_t pts = std::stoll(f[1]);
+    p.dts = std::stoll(f[2]);
+    p.cts = pts - p.dts;
+    p.size = std::stoll(f[3]);
+    p.pos = std::stoll(f[4]);
+    p.key = !f[5].empty() && f[5][0] == 'K';
+    packets.push_back(p);
+  }
+  Relativize(packets);
+  return packets;
+}
+
+namespace {
+class NullReaderObserver : public ReaderMp4::Observer {};
+}  // namespace
+
+std::vector<packet_t> ReaderPackets(const std::string& path, int& error) {
+  NullReaderObserver observer;
+  std::unique_ptr<ReaderMp4> reader(ReaderMp4::Create(&observer, path, false, error));
+  std::vector<packet_t> packets;
+  if (!reader) return packets;
+  while (const media::frame_t* frame = reader->ReadFrame(error)) {
+    packet_t p;
+    p.track = frame->trackId;
+    p.pos = frame->offset;
+    p.size = frame->size;
+    p.key = frame->keyFrame;
+    p.dts = frame->dtsCts.dts;
+    p.cts = frame->dtsCts.cts;
+    packets.push_back(p);
+  }
+  Relativize(packets);
+  return packets;
+}
+
+std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track) {
+  std::vector<packet_t> out;
+  for (const packet_t& p : packets) {
+    if (p.track == track) out.push_back(p);
+  }
+  return out;
+}
+
+std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec) {
+  int status = 0;
+  std::string out = RunCommand("ffmpeg -v error -ignore_editlist 1 -i '" + path + "' -map 0:" + spec +
+                                   " -fps_mode passthrough -f framemd5 - 2>/dev/null",
+                               status);
+  std::vector<std::string> md5s;
+  std::istringstream lines(out);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    md5s.push_back(line.substr(line.rfind(',') + 1));
+  }
+  return md5s;
+}
+
+}  // namespace testing
+}  // namespace mediaformats
+}  // namespace vrex

@@ -1,0 +1,57 @@
+// Helpers of the MP4 family's tests: running ffprobe/ffmpeg, reading their packet lists and
+// files, and the packets of a file as ReaderMp4 sees them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "media/frame.h"
+
+namespace vrex {
+namespace mediaformats {
+namespace testing {
+
+// Runs a shell command; returns its standard output and sets `status` to the exit status.
+std::string RunCommand(const std::string& command, int& status);
+// True when ffprobe and ffmpeg can be run.
+bool HaveFfmpeg();
+#define SKIP_WITHOUT_FFMPEG() \
+  if (!::vrex::mediaformats::testing::HaveFfmpeg()) GTEST_SKIP() << "ffmpeg/ffprobe not installed"
+
+std::string FixturePath(const std::string& name);  // under test/fixtures/mp4
+std::vector<uint8_t> ReadFileBytes(const std::string& path);
+void WriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes);
+// A path in the test's temporary directory.
+std::string TempPath(const std::string& name);
+
+// One packet, in the terms both ffprobe and our reader can state: times relative to the first
+// packet of its stream, in that stream's clock.
+struct packet_t {
+  int track = 0;  // 1-based: ffprobe's stream index + 1, or our track id
+  int64_t pos = -1;
+  int64_t size = 0;
+  bool key = false;
+  int64_t dts = 0;  // minus the stream's first dts
+  int64_t cts = 0;  // pts - dts
+  bool operator==(const packet_t& o) const {
+    return track == o.track && pos == o.pos && size == o.size && key == o.key && dts == o.dts &&
+           cts == o.cts;
+  }
+};
+std::string ToString(const packet_t& p);
+
+// ffprobe -show_packets of `path`, times in each stream's time base. Empty when it fails.
+std::vector<packet_t> ProbePackets(const std::string& path);
+// ReaderMp4's frames of `path`, made relative the same way; `error` is Create's code.
+std::vector<packet_t> ReaderPackets(const std::string& path, int& error);
+// The packets of one track, in order.
+std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track);
+// The md5 column of `ffmpeg -f framemd5` decoding the streams `spec` ("v", "a") of `path`,
+// edit lists ignored, without timestamps: two files that decode the same compare equal
+// whatever their timing and their stream order.
+std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec);
+
+}  // namespace testing
+}  // namespace mediaformats
+}  // namespace vrex
