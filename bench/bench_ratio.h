@@ -1,6 +1,7 @@
 // A console reporter that ends the run with each benchmark's time as a ratio to a baseline
 // measured in the same run, so figures from different machines compare by ratio. With
-// --benchmark_repetitions the medians are compared.
+// --benchmark_repetitions the medians are compared. Real time is what the caller waits; CPU
+// time is what its own thread spends.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -32,31 +33,39 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    double baseline = 0;
-    for (const auto& entry : _times) {
-      if (entry.first == _baseline) baseline = entry.second;
+    const times_t* baseline = nullptr;
+    for (const times_t& entry : _times) {
+      if (entry.name == _baseline) baseline = &entry;
     }
-    if (baseline <= 0) return;
+    if (baseline == nullptr || baseline->real <= 0 || baseline->cpu <= 0) return;
     printf("\nTime per iteration as a multiple of %s (same run):\n", _baseline.c_str());
-    for (const auto& entry : _times) {
-      printf("  %-48s %8.3fx\n", entry.first.c_str(), entry.second / baseline);
+    printf("  %-48s %9s %9s\n", "", "real", "cpu");
+    for (const times_t& entry : _times) {
+      printf("  %-48s %8.3fx %8.3fx\n", entry.name.c_str(), entry.real / baseline->real,
+             entry.cpu / baseline->cpu);
     }
   }
 
  private:
-  // The latest time of `name`: its only run, its last repetition, then its median.
+  struct times_t {
+    std::string name;
+    double real, cpu;  // per iteration, in the run's time unit
+  };
+
+  // The latest times of `name`: its only run, its last repetition, then its median.
   void Keep(const std::string& name, const Run& run) {
-    for (auto& entry : _times) {
-      if (entry.first == name) {
-        entry.second = run.GetAdjustedRealTime();
+    const times_t times{name, run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
+    for (times_t& entry : _times) {
+      if (entry.name == name) {
+        entry = times;
         return;
       }
     }
-    _times.emplace_back(name, run.GetAdjustedRealTime());
+    _times.push_back(times);
   }
 
   std::string _baseline;
-  std::vector<std::pair<std::string, double>> _times;
+  std::vector<times_t> _times;
 };
 
 // The body of main(): runs the registered benchmarks with the ratio reporter.
