@@ -1,0 +1,144 @@
+'use strict';
+// Workers pools as JavaScript sees them: the default pools, limits, the pending queue and its
+// drops, statistics, and setWorkersPoolsLimits with its edge cases.
+const test = require('node:test');
+const assert = require('assert');
+const fs = require('fs');
+const path = require('path');
+const { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor } = require('./helpers');
+
+const POOL_KEYS = ['name', 'maxSize', 'pendingSize', 'inProgressSize', 'totalSeen',
+  'totalSeenSinceLastQuery', 'stats'];
+
+function poolStats(name) {
+  return vidora.getWorkersPoolsStats().find((pool) => pool.name === name);
+}
+
+// Enqueues `count` nops on `pool`; resolves with the ids in the order they called back, once
+// `expected` (default: all) have. A task leaves its pool only after its callback returned,
+// so the promise settles on the next turn of the loop.
+function nops(pool, count, expected = count) {
+  return new Promise((resolve) => {
+    const ids = [];
+    const order = [];
+    for (let i = 0; i < count; i++) {
+      ids.push(vidora.nop({ pool }, (err, result) => {
+        assert.strictEqual(err, null);
+        order.push(result.id);
+        if (order.length === expected) setImmediate(resolve, { ids, order });
+      }));
+    }
+  });
+}
+
+test('start-up makes the four default pools, in name order, idle', () => {
+  const stats = vidora.getWorkersPoolsStats();
+  assert.deepStrictEqual(stats, [
+    { name: 'Misc', maxSize: 1, pendingSize: 0, inProgressSize: 0, totalSeen: 0, totalSeenSinceLastQuery: 0, stats: {} },
+    { name: 'Read', maxSize: 4, pendingSize: 0, inProgressSize: 0, totalSeen: 0, totalSeenSinceLastQuery: 0, stats: {} },
+    { name: 'Serve', maxSize: 90, pendingSize: 0, inProgressSize: 0, totalSeen: 0, totalSeenSinceLastQuery: 0, stats: {} },
+    { name: 'Write', maxSize: 5, pendingSize: 0, inProgressSize: 0, totalSeen: 0, totalSeenSinceLastQuery: 0, stats: {} },
+  ]);
+});
+
+test('setWorkersPoolsLimits applies positive numbers only and answers with the stats', () => {
+  const returned = vidora.setWorkersPoolsLimits({ Serve: 0, Write: '3', NewPool: 7 });
+  assert.deepStrictEqual(returned.map((pool) => pool.name), ['Misc', 'NewPool', 'Read', 'Serve', 'Write']);
+  for (const pool of returned) assert.deepStrictEqual(Object.keys(pool), POOL_KEYS);
+  const byName = Object.fromEntries(returned.map((pool) => [pool.name, pool.maxSize]));
+  assert.deepStrictEqual(byName, { Misc: 1, NewPool: 7, Read: 4, Serve: 90, Write: 5 });
+
+  // [limits, pool, maxSize afterwards]
+  const cases = [
+    [{ Serve: 1 }, 'Serve', 2],
+    [{ Serve: 90 }, 'Serve', 90],
+    [{ NewPool: 1 }, 'NewPool', 2],
+    [{ Fresh1: 1 }, 'Fresh1', 1],
+    [{ Fresh1: 2.9 }, 'Fresh1', 2],
+    [{ Fresh1: 6.5 }, 'Fresh1', 6],
+    [{ Fresh1: -4 }, 'Fresh1', 6],
+    [{ Fresh1: NaN }, 'Fresh1', 6],
+    [{ Fresh1: true }, 'Fresh1', 6],
+    [{ Fresh1: null }, 'Fresh1', 6],
+    [{ Fresh1: 0.5 }, 'Fresh1', 6],
+    [{ [Symbol('Fresh1')]: 3 }, 'Fresh1', 6],
+    [{ 42: 3 }, '42', 3],
+  ];
+  for (const [limits, name, maxSize] of cases) {
+    vidora.setWorkersPoolsLimits(limits);
+    assert.strictEqual(poolStats(name).maxSize, maxSize, `${String(Object.keys(limits))} -> ${name}`);
+  }
+  const withLimits = function limitsHolder() {};
+  withLimits.FromFunction = 3;
+  vidora.setWorkersPoolsLimits(withLimits);
+  assert.strictEqual(poolStats('FromFunction').maxSize, 3);
+  // An empty object changes nothing and still answers.
+  assert.deepStrictEqual(vidora.setWorkersPoolsLimits({}).map((pool) => pool.name),
+    vidora.getWorkersPoolsStats().map((pool) => pool.name));
+
+  for (const value of [undefined, null, 5, 'Serve', true]) {
+    assertThrowsCode(() => vidora.setWorkersPoolsLimits(value), INVALID_PARAMETERS, String(value));
+  }
+  assertThrowsCode(() => vidora.setWorkersPoolsLimits(), INVALID_PARAMETERS);
+});
+
+test('a pool of limit 1 runs its queued tasks one after another in id order', async () => {
+  vidora.setWorkersPoolsLimits({ Solo: 1 });
+  assert.strictEqual(poolStats('Solo').maxSize, 1);
+  const { ids, order } = await nops('Solo', 60);
+  assert.deepStrictEqual(order, ids);
+  const solo = poolStats('Solo');
+  assert.strictEqual(solo.totalSeen, 60);
+  assert.strictEqual(solo.pendingSize, 0);
+  assert.strictEqual(solo.inProgressSize, 0);
+  assert.strictEqual(solo.stats.nop.count, 60);
+});
+
+test('the 201st pending task is dropped, never calls back, and is counted in totalSeen', async () => {
+  vidora.setWorkersPoolsLimits({ Narrow: 1 });
+  const finished = nops('Narrow', 202, 201);
+  const queued = poolStats('Narrow');
+  assert.strictEqual(queued.inProgressSize, 1);
+  assert.strictEqual(queued.pendingSize, 200);
+  assert.strictEqual(queued.totalSeen, 202);
+  const { ids, order } = await finished;
+  assert.deepStrictEqual(order, ids.slice(0, 201));
+  // Another round trip on the pool: the dropped one did not wait behind it.
+  await nops('Narrow', 1);
+  const after = poolStats('Narrow');
+  assert.strictEqual(after.totalSeen, 203);
+  assert.strictEqual(after.stats.nop.count, 202);
+});
+
+test('statistics are kept per task name, and reading them resets totalSeenSinceLastQuery', async () => {
+  vidora.setWorkersPoolsLimits({ Mixed: 2 });
+  await nops('Mixed', 3);
+  vidora.getWorkersPoolsStats();
+  await nops('Mixed', 2);
+  const first = poolStats('Mixed');
+  assert.strictEqual(first.totalSeen, 5);
+  assert.strictEqual(first.totalSeenSinceLastQuery, 2);
+  assert.strictEqual(poolStats('Mixed').totalSeenSinceLastQuery, 0);
+  assert.deepStrictEqual(Object.keys(first.stats), ['nop']);
+  assert.deepStrictEqual(Object.keys(first.stats.nop), ['userUs', 'cpuUs', 'count']);
+  assert.strictEqual(first.stats.nop.count, 5);
+
+  await new Promise((resolve) => vidora.statvfs('/', () => setImmediate(resolve)));
+  await nops('Misc', 1);
+  const misc = poolStats('Misc');
+  assert.deepStrictEqual(Object.keys(misc.stats).sort(), ['nop', 'statvfs']);
+  assert.strictEqual(misc.stats.statvfs.count, 1);
+});
+
+test('the pools log starts and releases, but nothing of the frequent statvfs', async () => {
+  const file = path.join(tempDir(), 'pools.log');
+  vidora.setLogFile({ path: file, logLevel: 4 });
+  const { ids } = await nops('Misc', 1);
+  await new Promise((resolve) => vidora.statvfs('/', resolve));
+  const released = `WorkersPool::SignalTaskFinished release task id=${ids[0]} name=nop`;
+  await waitFor(() => fs.existsSync(file) && fs.readFileSync(file, 'utf8').includes(released));
+  const text = fs.readFileSync(file, 'utf8');
+  assert.ok(text.includes(`WorkersPool::Enqueue pool Misc task id=${ids[0]} name=nop starting now inprogress 1/1 [nop=1 `), text);
+  assert.ok(!/name=statvfs/.test(text), text);
+  vidora.setLogLevel({ logLevel: 1 });
+});
