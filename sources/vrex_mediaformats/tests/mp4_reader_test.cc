@@ -85,8 +85,8 @@ TEST(ReaderMp4, FramesAreInDecodingOrderWithTheirTrackDetails) {
     uint32_t audioRate;
   };
   const expectation_t cases[] = {
-      {"h264_aac_moov_last.mp4", media::TAG_VH264, 16000, 48000},
-      {"h265_aac.mp4", media::TAG_VH265, 16000, 44100},
+      {"h264_aac_moov_last.mp4", media::TAG_VH264, 12800, 48000},
+      {"h265_aac.mp4", media::TAG_VH265, 15360, 44100},
   };
   for (const expectation_t& c : cases) {
     memory_reader_t m(testing::ReadFileBytes(FixturePath(c.file)));

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -90,7 +91,8 @@ std::vector<packet_t> ProbePackets(const std::string& path) {
   std::istringstream lines(out);
   std::string line;
   while (std::getline(lines, line)) {
-    // stream_index,pts,dts,size,pos,flags
+    // stream_index,pts,dts,size,pos,flags; side data adds lines of other shapes
+    if (line.empty() || !isdigit(static_cast<unsigned char>(line[0]))) continue;
     std::istringstream fields(line);
     std::string f[6];
     for (std::string& field : f) std::getline(fields, field, ',');
@@ -152,6 +154,93 @@ std::vector<std::string> DecodedMd5s(const std::string& path, const std::string&
     md5s.push_back(line.substr(line.rfind(',') + 1));
   }
   return md5s;
+}
+
+}  // namespace testing
+}  // namespace mediaformats
+}  // namespace vrex
+
+namespace vrex {
+namespace mediaformats {
+namespace testing {
+
+bool MemoryMp4File::WriteMP4Data(const unsigned char* data, size_t size) {
+  if (fail) return false;
+  if (position + size > bytes.size()) bytes.resize(position + size);
+  std::copy(data, data + size, bytes.begin() + static_cast<long>(position));
+  position += size;
+  return true;
+}
+
+bool MemoryMp4File::SeekIntoMP4Data(long offset, long whence) {
+  if (fail || whence != 0 || offset < 0) return false;
+  seeks.push_back(offset);
+  position = static_cast<size_t>(offset);
+  return true;
+}
+
+source_tracks_t TracksOf(const std::vector<owned_frame_t>& frames, uint32_t width, uint32_t height) {
+  source_tracks_t t;
+  for (const owned_frame_t& owned : frames) {
+    const media::frame_t& f = owned.frame;
+    bool video = media::tagKind(f.tag) == 'V';
+    if (video && !t.hasVideo) {
+      t.hasVideo = true;
+      t.video._pCodecBytes = owned.config.data();
+      t.video._codecBytesSize = owned.config.size();
+      t.video._timescale = f.dtsCts.clockRate;
+      t.video._width = width;
+      t.video._height = height;
+      t.video._codecType = f.tag;
+    } else if (!video && !t.hasAudio) {
+      t.hasAudio = true;
+      t.audio._pCodecBytes = owned.config.data();
+      t.audio._codecBytesSize = 2;  // the AudioSpecificConfig without its extension
+      t.audio._timescale = f.dtsCts.clockRate;
+      t.audio._defaultSampleDuration = 1024;
+      t.audio._channels = 2;
+      t.audio._codecType = f.tag;
+    }
+  }
+  // One frame's duration, from the first two video frames.
+  int64_t first = -1;
+  for (const owned_frame_t& owned : frames) {
+    const media::frame_t& f = owned.frame;
+    if (media::tagKind(f.tag) != 'V') continue;
+    if (first >= 0) {
+      t.video._defaultSampleDuration = static_cast<uint32_t>(f.dtsCts.dts - first);
+      break;
+    }
+    first = f.dtsCts.dts;
+  }
+  return t;
+}
+
+std::vector<owned_frame_t> ReadAllFrames(const std::string& path) {
+  NullReaderObserver observer;
+  int error = 0;
+  std::unique_ptr<ReaderMp4> reader(ReaderMp4::Create(&observer, path, false, error));
+  std::vector<owned_frame_t> frames;
+  if (!reader) return frames;
+  while (const media::frame_t* f = reader->ReadFrame(error)) {
+    owned_frame_t owned{*f, std::vector<uint8_t>(static_cast<size_t>(f->size)),
+                        std::vector<uint8_t>(f->pCodecConfig, f->pCodecConfig + f->codecConfigSize)};
+    if (media::CopyFramePayload(*f, owned.payload.data()) != f->size) return {};
+    owned.frame.pCodecConfig = nullptr;
+    owned.frame.pDataSource = nullptr;
+    frames.push_back(std::move(owned));
+  }
+  return frames;
+}
+
+std::vector<uint8_t> FindBoxBody(const std::vector<uint8_t>& file, const char* type) {
+  std::string text(file.begin(), file.end());
+  size_t at = text.find(std::string(type, 4));
+  if (at == std::string::npos || at < 4) return {};
+  size_t start = at - 4;
+  uint32_t size = (uint32_t(file[start]) << 24) | (file[start + 1] << 16) | (file[start + 2] << 8) | file[start + 3];
+  if (size < 8 || start + size > file.size()) return {};
+  return std::vector<uint8_t>(file.begin() + static_cast<long>(start + 8), file.begin() + static_cast<long>(start + size));
 }
 
 }  // namespace testing

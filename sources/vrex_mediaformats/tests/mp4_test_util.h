@@ -55,3 +55,50 @@ std::vector<std::string> DecodedMd5s(const std::string& path, const std::string&
 }  // namespace testing
 }  // namespace mediaformats
 }  // namespace vrex
+
+#include "mediaformats/mp4/mp4_track_info.h"
+#include "mediaformats/mp4/writer_mp4.h"
+
+namespace vrex {
+namespace mediaformats {
+namespace testing {
+
+// A file in memory behind WriterMP4::Observer: writes at a position, seeks, and a log of the
+// seeks made.
+class MemoryMp4File : public WriterMP4::Observer {
+ public:
+  bool WriteMP4Data(const unsigned char* data, size_t size) override;
+  bool SeekIntoMP4Data(long offset, long whence) override;
+  void WriteMP4Complete() override {}
+
+  std::vector<uint8_t> bytes;
+  std::vector<long> seeks;
+  size_t position = 0;
+  bool fail = false;  // answer false from now on
+};
+
+// Every frame of an MP4 file as ReaderMp4 gives it, with copies of its payload and codec
+// configuration (frame.pCodecConfig is cleared: it pointed into the reader).
+struct owned_frame_t {
+  media::frame_t frame;
+  std::vector<uint8_t> payload;
+  std::vector<uint8_t> config;
+};
+std::vector<owned_frame_t> ReadAllFrames(const std::string& path);
+
+// The track infos that describe the first audio and video frames; they point into `frames`.
+struct source_tracks_t {
+  MP4TrackInfo audio;
+  MP4TrackInfo video;
+  bool hasAudio = false;
+  bool hasVideo = false;
+};
+source_tracks_t TracksOf(const std::vector<owned_frame_t>& frames, uint32_t width, uint32_t height);
+
+// The body of the first box of `type` found anywhere in `file` by its type letters (header
+// excluded); empty when none.
+std::vector<uint8_t> FindBoxBody(const std::vector<uint8_t>& file, const char* type);
+
+}  // namespace testing
+}  // namespace mediaformats
+}  // namespace vrex
