@@ -71,3 +71,122 @@ export function setLogFile(options: LogFileOptions): void;
  * @throws VidoraError when `options` is not an object.
  */
 export function setLogLevel(options: LogLevelOptions): void;
+
+/** Fields that every task's callback receives, on the result object or on the error object. */
+export interface TaskInfo {
+  /** The id that the starting function returned. */
+  id: number;
+  /** The kind of task, e.g. "nop", "statvfs". */
+  name: string;
+  /** The workers pool that ran it. */
+  poolName: string;
+  /** True when the task's time limit passed; its late result is then dropped. */
+  timedOut: boolean;
+  /** Milliseconds since the epoch: when the task was handed to its pool. */
+  apiCallTime: number;
+  /** When its work began on a worker thread (0 if it never ran). */
+  operationStartTime: number;
+  /** When its work ended on the worker thread (0 if it never ran). */
+  operationEndTime: number;
+  /** When the callback was called. */
+  callbackTime: number;
+}
+
+/** The error object of a task that failed: the error chain plus the task's fields. */
+export type TaskError = VidoraError & TaskInfo;
+
+/** A node-style completion callback: `(error, null)` or `(null, result)`. */
+export type TaskCallback<R> = (error: TaskError | null, result: (R & TaskInfo) | null) => void;
+
+/** Cost of one task name in a pool, summed over its runs. */
+export interface TaskTimeStats {
+  /** Elapsed microseconds of the work. */
+  userUs: number;
+  /** CPU microseconds of the worker threads in that time. */
+  cpuUs: number;
+  /** Runs counted. */
+  count: number;
+}
+
+/** One workers pool. A task is counted in `stats` once its callback has returned. */
+export interface WorkersPoolStats {
+  name: string;
+  /** How many tasks may run at once. */
+  maxSize: number;
+  /** Tasks waiting (at most 200; a task offered beyond that is dropped without a callback). */
+  pendingSize: number;
+  inProgressSize: number;
+  /** Every task ever offered to the pool, dropped ones included. */
+  totalSeen: number;
+  /** Tasks offered since the previous statistics query: reading the statistics resets it. */
+  totalSeenSinceLastQuery: number;
+  /** By task name. */
+  stats: Record<string, TaskTimeStats>;
+}
+
+/** Concurrency limits by pool name. */
+export type WorkersPoolsLimits = Record<string, number>;
+
+export interface NopParams {
+  /** The workers pool to run on. */
+  pool: string;
+}
+
+/** The fields of statvfs(2) for a path. */
+export interface StatvfsResult {
+  f_bsize: number;
+  f_frsize: number;
+  f_blocks: number;
+  f_bfree: number;
+  f_bavail: number;
+  f_files: number;
+  f_ffree: number;
+  f_favail: number;
+  /** The file-system id; above 2^53 it loses its low bits. */
+  f_fsid: number;
+  f_flag: number;
+  f_namemax: number;
+  /** f_frsize * f_bfree. */
+  bytesFree: number;
+}
+
+/**
+ * Sets the concurrency limits of workers pools and creates the pools not yet known. A pool is
+ * created with the limit as given; an existing pool gets at least 2. Only keys whose value is
+ * a number whose 32-bit integer part is above 0 are applied; the others are skipped.
+ * Raising a limit starts no waiting task by itself: queued tasks move as running ones end.
+ * The pools "Serve" (90), "Write" (5), "Read" (4) and "Misc" (1) exist from the start;
+ * any other pool, "Append" and "Transcode" included, exists only once named here.
+ * @returns the statistics of every pool, as getWorkersPoolsStats.
+ * @throws VidoraError "NodeJS function parameters are incorrect" when `limits` is not an object.
+ */
+export function setWorkersPoolsLimits(limits: WorkersPoolsLimits): WorkersPoolStats[];
+
+/** The statistics of every workers pool, in name order. Resets totalSeenSinceLastQuery. */
+export function getWorkersPoolsStats(): WorkersPoolStats[];
+
+/**
+ * Cancels a running or queued operation (a media export or file send) by its id.
+ * @throws VidoraError "NodeJS function parameters are incorrect" when `id` is not a number;
+ *   "NodeJS sending operation not found" when no operation has that id (a plain task such as
+ *   nop or statvfs is not an operation).
+ */
+export function cancelOperation(id: number): void;
+
+/**
+ * Runs a task that does nothing on the given pool, to tell that the pool is alive.
+ * A pool that does not exist drops the task: the callback is never called.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_nop Invalid parameters" when `params.pool` is not a
+ *   string or `callback` is not a function.
+ */
+export function nop(params: NopParams, callback: TaskCallback<{}>): number;
+
+/**
+ * statvfs(2) of `path` on the "Misc" pool. A failure calls back with the system error
+ * (module 0, the errno as code).
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_statvfs Invalid parameters" when `path` is not a string
+ *   or `callback` is not a function.
+ */
+export function statvfs(path: string, callback: TaskCallback<StatvfsResult>): number;

@@ -17,3 +17,25 @@ try {
   const extra: string | undefined = e.extraInfo?.path;
   console.log(info.buildNumber, text, now, where, extra, e.stackTrace?.length);
 }
+
+const pools: vidora.WorkersPoolStats[] = vidora.setWorkersPoolsLimits({ Append: 2, Transcode: 1 });
+const serve: vidora.WorkersPoolStats | undefined = vidora.getWorkersPoolsStats().find((p) => p.name === 'Serve');
+const nopCount: number | undefined = serve?.stats['nop']?.count;
+const nopId: number = vidora.nop({ pool: 'Misc' }, (err, result) => {
+  if (err) {
+    const code: number = err.errors[0].full;
+    console.log(code, err.timedOut, err.poolName);
+    return;
+  }
+  if (result) console.log(result.id, result.callbackTime - result.apiCallTime);
+});
+const statId: number = vidora.statvfs('/', (err, result) => {
+  if (err) return console.log(err.message, err.id);
+  if (result) console.log(result.bytesFree, result.f_namemax, result.operationEndTime);
+});
+try {
+  vidora.cancelOperation(nopId);
+} catch (err) {
+  console.log((err as VidoraError).errors[0].code);
+}
+console.log(pools.length, nopCount, statId);

@@ -39,7 +39,7 @@ void Work::Setup(work_function_t work, finish_function_t finish) {
 }
 
 void Work::Start() {
-  std::lock_guard<std::mutex> lock(_mutex);
+  std::unique_lock<std::mutex> lock(_mutex);
   if (_finishHandle == nullptr) {
     auto* handle = new uv_async_t;
     const int status = uv_async_init(uv_default_loop(), handle, uv_async_finish_callback);
@@ -53,6 +53,8 @@ void Work::Start() {
     }
   }
   _running = true;
+  // Notified after the unlock, so that the thread does not wake only to wait for the mutex.
+  lock.unlock();
   _cond.notify_one();
 }
 
@@ -77,10 +79,14 @@ void Work::run() {
     lock.unlock();
     if (_work) _work(this);
     lock.lock();
-    // Cleared before the send, under the lock: once the main thread sees the finish, this
-    // Work may be handed to the next task and started again.
+    // Cleared before the send: once the main thread sees the finish, this Work may be handed
+    // to the next task and started again. Until then nothing else touches the handle, so
+    // the send needs no lock.
     _running = false;
-    if (_finish && _finishHandle != nullptr) uv_async_send(_finishHandle);
+    uv_async_t* const finishHandle = _finish ? _finishHandle : nullptr;
+    lock.unlock();
+    if (finishHandle != nullptr) uv_async_send(finishHandle);
+    lock.lock();
   }
 }
 
