@@ -143,7 +143,8 @@ std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track) {
 
 std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec) {
   int status = 0;
-  std::string out = RunCommand("ffmpeg -v error -ignore_editlist 1 -i '" + path + "' -map 0:" + spec +
+  bool mp4 = path.size() > 4 && path.compare(path.size() - 4, 4, ".mp4") == 0;
+  std::string out = RunCommand(std::string("ffmpeg -v error ") + (mp4 ? "-ignore_editlist 1" : "") + " -i '" + path + "' -map 0:" + spec +
                                    " -fps_mode passthrough -f framemd5 - 2>/dev/null",
                                status);
   std::vector<std::string> md5s;

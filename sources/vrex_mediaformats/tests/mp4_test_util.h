@@ -48,7 +48,7 @@ std::vector<packet_t> ReaderPackets(const std::string& path, int& error);
 // The packets of one track, in order.
 std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track);
 // The md5 column of `ffmpeg -f framemd5` decoding the streams `spec` ("v", "a") of `path`,
-// edit lists ignored, without timestamps: two files that decode the same compare equal
+// edit lists of an .mp4 ignored, without timestamps: two files that decode the same compare equal
 // whatever their timing and their stream order.
 std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec);
 
