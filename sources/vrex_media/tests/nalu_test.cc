@@ -37,7 +37,9 @@ TEST(NaluTest, AvccToAnnexB) {
   nalu_avcc_to_b_t converter;
   for (const Case& c : cases) {
     EXPECT_EQ(c.result, converter.Work(c.in.data(), c.in.size()));
-    if (c.result == 0) EXPECT_EQ(c.out, Output(converter));
+    if (c.result == 0) {
+      EXPECT_EQ(c.out, Output(converter));
+    }
   }
 }
 
