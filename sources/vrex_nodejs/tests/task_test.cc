@@ -10,7 +10,6 @@
 #include "common/work_pool.h"
 #include "common/workers_pool.h"
 #include "nodejs/errors.h"
-#include "fake_node_api.h"
 #include "task_test_support.h"
 
 namespace vrex {
@@ -28,19 +27,11 @@ std::string ThreadName(pthread_t thread) {
   return name;
 }
 
-class TaskTest : public ::testing::Test {
+class TaskTest : public TaskFixture {
  protected:
   void SetUp() override {
-    _living = Task::LivingCount();
-    CapturedLog::Install();
-    CapturedLog::Clear();
-  }
-  void TearDown() override {
-    _pool.reset();
-    DrainLoop();
-    EXPECT_EQ(Task::LivingCount(), _living) << "a task outlived its test";
-    EXPECT_EQ(UnexpectedNodeApiCalls(), 0);
-    EXPECT_EQ(OpenHandleScopes(), 0);
+    TaskFixture::SetUp();
+    _pool = &MakePool("test", 10);
   }
 
   std::shared_ptr<ProbeTask> Enqueue(std::shared_ptr<ProbeTask> task) {
@@ -49,9 +40,7 @@ class TaskTest : public ::testing::Test {
     return task;
   }
 
-  journal_t _journal;
-  std::unique_ptr<WorkersPool> _pool = std::make_unique<WorkersPool>("test", 10, 200);
-  long _living = 0;
+  WorkersPool* _pool = nullptr;
 };
 
 TEST_F(TaskTest, RunsOnANamedWorkerAndFreesItsSlot) {

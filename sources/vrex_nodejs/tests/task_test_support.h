@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "common/task.h"
+#include "common/workers_pool.h"
+#include "fake_node_api.h"
 
 namespace vrex {
 namespace nodejs {
@@ -132,6 +134,33 @@ class CapturedLog {
   static void Clear();
   static std::vector<std::string> Lines();
   static bool Contains(const std::string& text);
+};
+
+// A test's own pools and journal; at its end no task may be left alive, no handle open on
+// the loop, and no JavaScript reached.
+class TaskFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    _living = Task::LivingCount();
+    CapturedLog::Install();
+    CapturedLog::Clear();
+  }
+  void TearDown() override {
+    _pools.clear();
+    DrainLoop();
+    EXPECT_EQ(Task::LivingCount(), _living) << "a task outlived its test";
+    EXPECT_EQ(UnexpectedNodeApiCalls(), 0);
+    EXPECT_EQ(OpenHandleScopes(), 0);
+  }
+
+  WorkersPool& MakePool(const std::string& name, unsigned long maxSize, unsigned long maxPending = 200) {
+    _pools.push_back(std::make_unique<WorkersPool>(name, maxSize, maxPending));
+    return *_pools.back();
+  }
+
+  journal_t _journal;
+  std::vector<std::unique_ptr<WorkersPool>> _pools;
+  long _living = 0;
 };
 
 }  // namespace testing

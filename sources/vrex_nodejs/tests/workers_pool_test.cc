@@ -8,7 +8,6 @@
 #include <memory>
 
 #include "common/workers_pools_manager.h"
-#include "fake_node_api.h"
 #include "task_test_support.h"
 
 namespace vrex {
@@ -17,26 +16,8 @@ namespace common {
 namespace testing {
 namespace {
 
-class WorkersPoolTest : public ::testing::Test {
+class WorkersPoolTest : public TaskFixture {
  protected:
-  void SetUp() override {
-    _living = Task::LivingCount();
-    CapturedLog::Install();
-    CapturedLog::Clear();
-  }
-  void TearDown() override {
-    _pools.clear();
-    DrainLoop();
-    EXPECT_EQ(Task::LivingCount(), _living) << "a task outlived its test";
-    EXPECT_EQ(UnexpectedNodeApiCalls(), 0);
-    EXPECT_EQ(OpenHandleScopes(), 0);
-  }
-
-  WorkersPool& MakePool(const std::string& name, unsigned long maxSize, unsigned long maxPending = 200) {
-    _pools.push_back(std::make_unique<WorkersPool>(name, maxSize, maxPending));
-    return *_pools.back();
-  }
-
   // Enqueues a probe task whose work waits on `gate` when one is given.
   long Offer(WorkersPool& pool, const std::string& name, Gate* gate = nullptr) {
     auto task = std::make_shared<ProbeTask>(&_journal, name, pool.Name(), -1, false, [gate](ProbeTask&) {
@@ -54,9 +35,6 @@ class WorkersPoolTest : public ::testing::Test {
     return ids;
   }
 
-  journal_t _journal;
-  std::vector<std::unique_ptr<WorkersPool>> _pools;
-  long _living = 0;
 };
 
 TEST_F(WorkersPoolTest, LimitOfOneRunsQueuedTasksInIdOrder) {

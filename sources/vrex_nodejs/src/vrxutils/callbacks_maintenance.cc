@@ -10,15 +10,11 @@ namespace vrex {
 namespace nodejs {
 namespace vrxutils {
 
-namespace {
-
 Napi::Value EnqueueTask(Napi::Env env, std::shared_ptr<common::Task> task) {
   const long id = task->Id();
   common::WorkersPoolsManager::Enqueue(std::move(task), true);
   return Napi::Number::New(env, static_cast<double>(id));
 }
-
-}  // namespace
 
 void ThrowInvalidParameters(Napi::Env env, const char* function) {
   Napi::Error::New(env, std::string("<-# FAILED! ") + function + " Invalid parameters")
