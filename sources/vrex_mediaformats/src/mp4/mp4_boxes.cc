@@ -47,10 +47,12 @@ void codec_config_box_t::WriteBoxInternal(BoxBuffer& out) const {
 }
 
 visual_sample_entry_t::visual_sample_entry_t(const char* type, const char* configType,
-                                             const MP4TrackInfo& info)
+                                             const MP4TrackInfo& info,
+                                             const std::string& compressorName)
     : sample_entry_t(type),
       _width(static_cast<uint16_t>(info._width)),
       _height(static_cast<uint16_t>(info._height)),
+      _compressorName(compressorName.substr(0, 31)),
       _config(configType, info) {}
 
 void visual_sample_entry_t::WriteSampleEntryInternal(BoxBuffer& out) const {
@@ -63,7 +65,9 @@ void visual_sample_entry_t::WriteSampleEntryInternal(BoxBuffer& out) const {
   out.Put32(0x00480000);
   out.Put32(0);
   out.Put16(1);  // frame count
-  out.PutZeros(32);  // compressor name, left empty
+  out.Put8(static_cast<uint8_t>(_compressorName.size()));
+  out.PutBytes(_compressorName.data(), _compressorName.size());
+  out.PutZeros(31 - _compressorName.size());
   out.Put16(0x0018);
   out.Put16(0xFFFF);
   _config.Write(out);
@@ -93,6 +97,21 @@ void mp4a_t::WriteSampleEntryInternal(BoxBuffer& out) const {
                                   _config[1], 0x06, 0x01, 0x02};
   out.PutBytes(descriptor, sizeof(descriptor));
   out.EndBox(esds);
+}
+
+std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, uint16_t channels,
+                                                const std::string& compressorName) {
+  std::unique_ptr<sample_entry_t> entry;
+  if (info._width == 0) {
+    entry.reset(new mp4a_t(info, channels));
+  } else if (info._codecType == media::TAG_VH264) {
+    entry.reset(new visual_sample_entry_t("avc1", "avcC", info, compressorName));
+  } else if (info._codecType == media::TAG_VH265) {
+    entry.reset(new visual_sample_entry_t("hvc1", "hvcC", info, compressorName));
+  } else if (info._codecType == media::TAG_VAV1) {
+    entry.reset(new visual_sample_entry_t("av01", "av1C", info, compressorName));
+  }
+  return entry;
 }
 
 stts_t::stts_t(uint32_t defaultDuration) : full_box_t("stts", 0, 0), _defaultDuration(defaultDuration) {}
@@ -161,18 +180,12 @@ std::unique_ptr<trak_t> trak_t::Create(const MP4TrackInfo& info, int& error) {
       error = VREX_ERROR(ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
       return nullptr;
     }
-    entry.reset(new mp4a_t(info, info._channels));
+    entry = MakeSampleEntry(info, info._channels, "");
   } else if (info._height == 0 || info._pCodecBytes == nullptr) {
     LOGE << "<-# trak_t::Create FAILED! video " << info._width << "x" << info._height;
     error = VREX_ERROR(ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
     return nullptr;
-  } else if (info._codecType == media::TAG_VH264) {
-    entry.reset(new visual_sample_entry_t("avc1", "avcC", info));
-  } else if (info._codecType == media::TAG_VH265) {
-    entry.reset(new visual_sample_entry_t("hvc1", "hvcC", info));
-  } else if (info._codecType == media::TAG_VAV1) {
-    entry.reset(new visual_sample_entry_t("av01", "av1C", info));
-  } else {
+  } else if (!(entry = MakeSampleEntry(info, 0, ""))) {
     LOGE << "<-# trak_t::Create FAILED! video codec " << media::tagToString(info._codecType);
     error = VREX_ERROR(ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
     return nullptr;

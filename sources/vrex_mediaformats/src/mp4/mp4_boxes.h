@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "mediaformats/mp4/mp4_track_info.h"
@@ -62,10 +63,12 @@ class codec_config_box_t : public box_t {
   std::vector<uint8_t> _record;
 };
 
-// avc1, hvc1, av01: picture size, an empty compressor name, then the configuration box.
+// avc1, hvc1, av01: picture size, the compressor name (a length byte and up to 31 letters,
+// zero padded: all zeros when empty), then the configuration box.
 class visual_sample_entry_t : public sample_entry_t {
  public:
-  visual_sample_entry_t(const char* type, const char* configType, const MP4TrackInfo& info);
+  visual_sample_entry_t(const char* type, const char* configType, const MP4TrackInfo& info,
+                        const std::string& compressorName);
 
  protected:
   void WriteSampleEntryInternal(BoxBuffer& out) const final;
@@ -73,6 +76,7 @@ class visual_sample_entry_t : public sample_entry_t {
  private:
   uint16_t _width;
   uint16_t _height;
+  std::string _compressorName;
   codec_config_box_t _config;
 };
 
@@ -90,6 +94,11 @@ class mp4a_t : public sample_entry_t {
   uint32_t _trackId;
   uint8_t _config[2];
 };
+
+// The sample entry of a track: mp4a with `channels` for audio (no width), else by the codec
+// tag avc1, hvc1 or av01; null for another video codec.
+std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, uint16_t channels,
+                                                const std::string& compressorName);
 
 // Decoding time deltas, run-length coded in the clock of the frames.
 class stts_t : public full_box_t {

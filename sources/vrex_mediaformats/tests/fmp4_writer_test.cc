@@ -1,0 +1,403 @@
+// WriterFMP4: ffmpeg's packets written as fragmented MP4 in both modes and read back by ffprobe
+// and ffmpeg; fragment boundaries and base times; the writer's rules on small streams.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+#include "media/codec_tags.h"
+#include "mediaformats/errors.h"
+#include "mediaformats/mp4/writer_fmp4.h"
+#include "mp4_test_util.h"
+
+namespace vrex {
+namespace mediaformats {
+namespace {
+
+using testing::packet_t;
+using Bytes = std::vector<uint8_t>;
+
+// Collects what the writer hands over and lays it out as a file: the segment, then each
+// fragment as moof, mdat header, video samples, audio samples.
+class FileSink : public WriterFMP4::Observer {
+ public:
+  bool SignalBeginWriteMOOV() override { return Log("BeginMOOV"); }
+  bool SignalEndWriteMOOV(unsigned int offset, bool) override {
+    mvhdDurationOffset = offset;
+    return Log("EndMOOV");
+  }
+  bool SignalBeginWriteFragment(long startMs) override {
+    starts.push_back(startMs);
+    fragments.emplace_back();
+    return Log("BeginFragment");
+  }
+  bool SignalEndWriteFragment(long endMs) override {
+    ends.push_back(endMs);
+    return Log("EndFragment");
+  }
+  bool SignalWriteBuffer(FMP4WriteState state, const void* data, size_t size) override {
+    Bytes& to = state == FMP4_WRITE_STATE_INIT ? init : fragments.back();
+    Append(to, data, size);
+    return Log(state == FMP4_WRITE_STATE_INIT ? "1" : "2");
+  }
+  bool SignalWriteProgressiveBuffer(FMP4ProgressiveBufferType type, const void* data, size_t size) override {
+    switch (type) {
+      case FMP4_PROGRESSIVE_CODECS: codecs.assign(static_cast<const char*>(data), size); break;
+      case FMP4_PROGRESSIVE_MOOV: Append(init, data, size); break;
+      case FMP4_PROGRESSIVE_BEGIN: moof.clear(), mdat.clear(), video.clear(), audio.clear(); break;
+      case FMP4_PROGRESSIVE_MOOF: Append(moof, data, size); break;
+      case FMP4_PROGRESSIVE_VIDEO_BUFFER: Append(video, data, size); break;
+      case FMP4_PROGRESSIVE_AUDIO_BUFFER: Append(audio, data, size); break;
+      case FMP4_PROGRESSIVE_HEADER_MDAT: Append(mdat, data, size); break;
+      case FMP4_PROGRESSIVE_EXTENDED_METADATA: metadata.emplace_back(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + size); break;
+      case FMP4_PROGRESSIVE_END:
+        fragments.push_back(moof);
+        for (const Bytes* part : {&mdat, &video, &audio}) Append(fragments.back(), part->data(), part->size());
+        break;
+    }
+    return Log(FMP4ProgressiveBufferTypeToString(type));
+  }
+
+  Bytes File() const {
+    Bytes all = init;
+    for (const Bytes& f : fragments) all.insert(all.end(), f.begin(), f.end());
+    return all;
+  }
+
+  Bytes init;
+  std::vector<Bytes> fragments;
+  std::vector<long> starts, ends;
+  std::vector<Bytes> metadata;
+  std::string codecs;
+  std::string log;  // the calls in order, space separated
+  unsigned mvhdDurationOffset = 0;
+  int refuseAfter = -1;  // calls to accept before answering false; -1: never refuse
+
+ private:
+  static void Append(Bytes& to, const void* data, size_t size) {
+    const uint8_t* p = static_cast<const uint8_t*>(data);
+    to.insert(to.end(), p, p + size);
+  }
+  bool Log(const char* what) {
+    log += std::string(log.empty() ? "" : " ") + what;
+    return refuseAfter < 0 || refuseAfter-- > 0;
+  }
+  Bytes moof, mdat, video, audio;
+};
+
+uint64_t Be(const uint8_t* p, int bytes) {
+  uint64_t v = 0;
+  for (int i = 0; i < bytes; ++i) v = (v << 8) | p[i];
+  return v;
+}
+
+// Per fragment and track: tfdt base time and trun sample count, in traf order.
+struct traf_summary_t {
+  uint32_t trackId;
+  uint64_t baseTime;
+  uint32_t samples;
+};
+std::vector<traf_summary_t> Trafs(const Bytes& fragment) {
+  std::vector<traf_summary_t> out;
+  std::string text(fragment.begin(), fragment.end());
+  for (size_t at = text.find("tfhd"); at != std::string::npos; at = text.find("tfhd", at + 4)) {
+    size_t tfdt = text.find("tfdt", at), trun = text.find("trun", at);
+    out.push_back({uint32_t(Be(&fragment[at + 8], 4)), Be(&fragment[tfdt + 8], 8), uint32_t(Be(&fragment[trun + 8], 4))});
+  }
+  return out;
+}
+
+struct fmp4_run_t {
+  std::vector<testing::owned_frame_t> frames;
+  testing::source_tracks_t tracks;
+  FileSink sink;
+  int error = 0;
+};
+
+// Writes all frames of a fixture through a WriterFMP4 and flushes.
+void WriteFixture(const std::string& name, bool progressive, const media::timestamp_t& duration, bool onKeyFrames,
+                  fmp4_run_t& run) {
+  run.frames = testing::ReadAllFrames(testing::FixturePath(name));
+  ASSERT_FALSE(run.frames.empty());
+  run.tracks = testing::TracksOf(run.frames, 320, 240);
+  run.tracks.video._rfc6381Codec = "avc1.64000d";
+  run.tracks.audio._rfc6381Codec = "mp4a.40.2";
+  std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create(name, run.tracks.hasAudio ? &run.tracks.audio : nullptr,
+                                                        run.tracks.hasVideo ? &run.tracks.video : nullptr, progressive,
+                                                        duration, onKeyFrames, false, &run.sink, run.error));
+  ASSERT_TRUE(writer) << std::hex << run.error;
+  for (const auto& owned : run.frames) {
+    const media::frame_t& f = owned.frame;
+    int err = media::tagKind(f.tag) == 'V'
+                  ? writer->WriteVideoData(owned.payload.data(), owned.payload.size(), f.dtsCts, f.keyFrame, f.tag)
+                  : writer->WriteAudioData(owned.payload.data(), owned.payload.size(), f.dtsCts, f.tag);
+    ASSERT_EQ(err, 0);
+  }
+  ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
+}
+
+TEST(WriterFMP4, FfprobeReadsTheSamePackets) {
+  SKIP_WITHOUT_FFMPEG();
+  struct case_t {
+    const char* file;
+    bool onKeyFrames;  // fragments start on key frames, as B-frames need for stable times
+  };
+  const case_t cases[] = {{"h264_aac_moov_last.mp4", true}, {"h264_only.mp4", false},
+                          {"h265_aac.mp4", true}, {"aac_only.mp4", false}};
+  for (const case_t& c : cases) {
+    for (bool progressive : {false, true}) {
+      std::string what = std::string(c.file) + (progressive ? " progressive" : " plain");
+      fmp4_run_t run;
+      WriteFixture(c.file, progressive, media::timestamp_t(400, 1000), c.onKeyFrames, run);
+      ASSERT_GT(run.sink.fragments.size(), 1u) << what;
+      std::string out = testing::TempPath("fragmented.mp4");
+      testing::WriteFileBytes(out, run.sink.File());
+      int status = 0;
+      EXPECT_EQ(testing::RunCommand("ffmpeg -v error -i '" + out + "' -f null - 2>&1", status), "") << what;
+
+      std::vector<packet_t> probed = testing::ProbePackets(out);
+      int error = 0;
+      std::vector<packet_t> source = testing::ReaderPackets(testing::FixturePath(c.file), error);
+      // Ours: video 1 and audio 2 (1 without video), as in the source.
+      for (int track = 1; track <= 2; ++track) {
+        std::vector<packet_t> ours = testing::OfTrack(probed, track), theirs = testing::OfTrack(source, track);
+        ASSERT_EQ(ours.size(), theirs.size()) << what << " track " << track;
+        for (size_t i = 0; i < ours.size(); ++i) {
+          ours[i].pos = theirs[i].pos = -1;
+          ASSERT_EQ(ours[i], theirs[i]) << what << " packet " << i << "\n ours:   " << testing::ToString(ours[i])
+                                        << "\n source: " << testing::ToString(theirs[i]);
+        }
+      }
+      for (const char* spec : {"v", "a"}) {
+        std::vector<std::string> want = testing::DecodedMd5s(testing::FixturePath(c.file), spec);
+        EXPECT_EQ(testing::DecodedMd5s(out, spec), want) << what << " " << spec;
+      }
+    }
+  }
+}
+
+TEST(WriterFMP4, FragmentBoundariesAndBaseTimes) {
+  // h264_only: 25 frames at 12800 (512 per frame), key frames as the encoder placed them.
+  for (bool onKeyFrames : {false, true}) {
+    fmp4_run_t run;
+    WriteFixture("h264_only.mp4", false, media::timestamp_t(400, 1000), onKeyFrames, run);
+    std::vector<uint32_t> expectedCounts;
+    std::vector<uint64_t> expectedBase;
+    for (size_t i = 0; i < run.frames.size(); ++i) {
+      // Duration mode: every 400 ms = 5120 ticks; key-frame mode: every key frame after 400 ms.
+      const media::frame_t& f = run.frames[i].frame;
+      bool starts = expectedBase.empty() ||
+                    (f.dtsCts.dts - int64_t(expectedBase.back()) >= 5120 && (!onKeyFrames || f.keyFrame));
+      if (starts) {
+        expectedBase.push_back(static_cast<uint64_t>(f.dtsCts.dts));
+        expectedCounts.push_back(0);
+      }
+      ++expectedCounts.back();
+    }
+    ASSERT_EQ(run.sink.fragments.size(), expectedCounts.size()) << onKeyFrames;
+    for (size_t i = 0; i < expectedCounts.size(); ++i) {
+      std::vector<traf_summary_t> trafs = Trafs(run.sink.fragments[i]);
+      ASSERT_EQ(trafs.size(), 1u);
+      EXPECT_EQ(trafs[0].trackId, 1u);
+      EXPECT_EQ(trafs[0].baseTime, expectedBase[i]) << "fragment " << i;
+      EXPECT_EQ(trafs[0].samples, expectedCounts[i]) << "fragment " << i;
+      EXPECT_EQ(run.sink.starts[i], static_cast<long>(expectedBase[i] * 1000 / 12800));
+      EXPECT_EQ(run.sink.ends[i], static_cast<long>((expectedBase[i] + expectedCounts[i] * 512) * 1000 / 12800));
+    }
+  }
+}
+
+// Hand-made streams: video frames are any bytes, audio raw AAC.
+const uint8_t kAvcC[] = {1, 0x42, 0xC0, 0x1E, 0xFF, 0xE1, 0, 4, 0x67, 0x42, 0xC0, 0x1E, 1, 0, 2, 0x68, 0xCE};
+const uint8_t kAsc[] = {0x11, 0x90};
+
+MP4TrackInfo VideoInfo() {
+  MP4TrackInfo v;
+  v._pCodecBytes = kAvcC;
+  v._codecBytesSize = sizeof(kAvcC);
+  v._defaultSampleDuration = 3000;
+  v._timescale = 90000;
+  v._width = 640;
+  v._height = 480;
+  v._codecType = media::TAG_VH264;
+  v._rfc6381Codec = "avc1.42C01E";
+  return v;
+}
+
+MP4TrackInfo AudioInfo() {
+  MP4TrackInfo a;
+  a._pCodecBytes = kAsc;
+  a._codecBytesSize = 2;
+  a._timescale = 48000;
+  a._channels = 1;
+  a._codecType = media::TAG_AAAC;
+  a._rfc6381Codec = "mp4a.40.2";
+  return a;
+}
+
+struct step_t {
+  char kind;  // 'V' key video, 'P' other video, 'A' audio
+  int64_t dts;
+  int result = 0;
+};
+
+// Runs `steps` through a writer and returns it for the caller's checks.
+std::unique_ptr<WriterFMP4> RunSteps(const MP4TrackInfo* audio, const MP4TrackInfo* video, bool progressive,
+                                     bool onKeyFrames, int64_t durationMs, const std::vector<step_t>& steps, FileSink& sink) {
+  int error = 0;
+  std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("test", audio, video, progressive,
+                                                        media::timestamp_t(durationMs, 1000), onKeyFrames, false, &sink, error));
+  EXPECT_TRUE(writer) << std::hex << error;
+  const Bytes payload = {0x21, 0x10, 0x04, 0x60};
+  for (const step_t& s : steps) {
+    int result = s.kind == 'A' ? writer->WriteAudioData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 48000))
+                               : writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 90000), s.kind == 'V');
+    EXPECT_EQ(result, s.result) << s.kind << " at " << s.dts;
+  }
+  return writer;
+}
+
+TEST(WriterFMP4, FragmentingRules) {
+  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  struct case_t {
+    const char* what;
+    bool withAudio, onKeyFrames;
+    int64_t durationMs;
+    std::vector<step_t> steps;
+    std::vector<std::vector<traf_summary_t>> fragments;
+  };
+  const case_t cases[] = {
+      {"duration 2000 ms: video at 180000 past the first cuts, audio never", true, false, 2000,
+       {{'V', 0}, {'A', 0}, {'P', 90000}, {'A', 96000}, {'A', 200000}, {'P', 180000}, {'A', 200000 + 1024}},
+       {{{1, 0, 2}, {2, 0, 3}}, {{1, 180000, 1}, {2, 201024, 1}}}},
+      {"audio before the first video is held, then written in order", true, false, 2000,
+       {{'A', 0}, {'A', 1024}, {'V', 0}, {'A', 2048}},
+       {{{1, 0, 1}, {2, 0, 3}}}},
+      {"key-frame mode, duration 0: P frames before the first key vanish, each key cuts", false, true, 0,
+       {{'P', 0}, {'P', 3000}, {'V', 6000}, {'P', 9000}, {'V', 12000}, {'P', 15000}, {'V', 18000}},
+       {{{1, 6000, 2}}, {{1, 12000, 2}}, {{1, 18000, 1}}}},
+      {"a DTS going back closes the fragment at that sample", false, false, 10000,
+       {{'V', 90000}, {'P', 93000}, {'P', 3000}, {'P', 6000}},
+       {{{1, 90000, 2}}, {{1, 3000, 2}}}},
+  };
+  for (const case_t& c : cases) {
+    FileSink sink;
+    std::unique_ptr<WriterFMP4> writer =
+        RunSteps(c.withAudio ? &audio : nullptr, &video, false, c.onKeyFrames, c.durationMs, c.steps, sink);
+    EXPECT_EQ(writer->Flush(nullptr, nullptr), 0) << c.what;
+    ASSERT_EQ(sink.fragments.size(), c.fragments.size()) << c.what;
+    for (size_t i = 0; i < c.fragments.size(); ++i) {
+      std::vector<traf_summary_t> trafs = Trafs(sink.fragments[i]);
+      ASSERT_EQ(trafs.size(), c.fragments[i].size()) << c.what;
+      for (size_t t = 0; t < trafs.size(); ++t) {
+        EXPECT_EQ(trafs[t].trackId, c.fragments[i][t].trackId) << c.what << " fragment " << i;
+        EXPECT_EQ(trafs[t].baseTime, c.fragments[i][t].baseTime) << c.what << " fragment " << i;
+        EXPECT_EQ(trafs[t].samples, c.fragments[i][t].samples) << c.what << " fragment " << i;
+      }
+    }
+  }
+  // Audio alone decides: 20 ms at 48000 is 960 ticks, less than one frame, so each frame cuts.
+  FileSink sink;
+  std::unique_ptr<WriterFMP4> writer = RunSteps(&audio, nullptr, false, false, 20, {{'A', 0}, {'A', 1024}, {'A', 2048}}, sink);
+  EXPECT_EQ(writer->Flush(nullptr, nullptr), 0);
+  ASSERT_EQ(sink.fragments.size(), 3u);
+  for (uint32_t i = 0; i < 3; ++i) {
+    std::vector<traf_summary_t> trafs = Trafs(sink.fragments[i]);
+    EXPECT_EQ(trafs[0].trackId, 1u);
+    EXPECT_EQ(trafs[0].baseTime, 1024u * i);
+    EXPECT_EQ(trafs[0].samples, 1u);
+  }
+}
+
+TEST(WriterFMP4, ProgressiveOrderAndSegment) {
+  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  video._extendedVideoMetadata = true;
+  FileSink sink;
+  std::unique_ptr<WriterFMP4> writer = RunSteps(&audio, &video, true, false, 1000, {{'V', 0}, {'A', 0}, {'P', 90000}, {'A', 1024}}, sink);
+  media::timestamp_t audioLast, videoLast;
+  ASSERT_EQ(writer->Flush(&audioLast, &videoLast), 0);
+  EXPECT_EQ(sink.log,
+            "0xf8 MOOV BEGIN VIDEO_BUFFER AUDIO_BUFFER MOOF MOOF MOOF 0xf7 MOOF MOOF HEADER_MDAT END "
+            "BEGIN VIDEO_BUFFER AUDIO_BUFFER MOOF MOOF MOOF 0xf7 MOOF MOOF HEADER_MDAT END");
+  EXPECT_EQ(sink.codecs, "avc1.42C01E,mp4a.40.2");
+  // First PTS, last PTS, then one per key frame, in ms, big-endian.
+  ASSERT_EQ(sink.metadata.size(), 2u);
+  EXPECT_EQ(sink.metadata[0], (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(sink.metadata[1].size(), 16u);
+  EXPECT_EQ(audioLast.value, 1024 + 1024);
+  EXPECT_EQ(audioLast.clockRate, 48000u);
+  EXPECT_EQ(videoLast.value, 90000 + 3000);
+
+  // The segment: ftyp "dash" and a moov of mvhd, mvex with both trex, video trak then audio.
+  const Bytes& init = sink.init;
+  ASSERT_GT(init.size(), 32u);
+  EXPECT_EQ(Bytes(init.begin(), init.begin() + 32),
+            (Bytes{0, 0, 0, 32, 'f', 't', 'y', 'p', 'd', 'a', 's', 'h', 0, 0, 0, 0, 'i', 's', 'o', '6', 'h', 'v', 'c', '1',
+                   'a', 'v', 'c', '1', 'm', 'p', '4', '1'}));
+  std::string text(init.begin(), init.end());
+  EXPECT_LT(text.find("mvex"), text.find("trak"));
+  EXPECT_LT(text.find("vide"), text.find("soun"));
+  EXPECT_NE(text.find("\x16Tessarin Media Server "), std::string::npos);
+  Bytes mvhd(init.begin() + static_cast<long>(text.find("mvhd") - 4), init.end());
+  EXPECT_EQ(Be(&mvhd[96 + 8], 4), 3u);  // next track id
+}
+
+TEST(WriterFMP4, Failures) {
+  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  FileSink sink;
+  int error = 0;
+  EXPECT_EQ(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 0), false, false, &sink, error), nullptr);
+  EXPECT_EQ(error, ERR_MEDIAFORMATS_INVALID_FRAGMENT_DURATION);
+  EXPECT_EQ(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(-1, 1000), false, false, &sink, error), nullptr);
+  EXPECT_EQ(error, ERR_MEDIAFORMATS_INVALID_FRAGMENT_DURATION);
+  EXPECT_EQ(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 1000), false, false, nullptr, error), nullptr);
+  EXPECT_EQ(error, ERR_MEDIAFORMATS_NULL_OBSERVER);
+  EXPECT_EQ(WriterFMP4::Create("t", nullptr, nullptr, false, media::timestamp_t(1000, 1000), false, false, &sink, error), nullptr);
+  EXPECT_EQ(error, ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
+  MP4TrackInfo noDuration = video;
+  noDuration._defaultSampleDuration = 0;
+  EXPECT_EQ(WriterFMP4::Create("t", nullptr, &noDuration, false, media::timestamp_t(1000, 1000), false, false, &sink, error), nullptr);
+  EXPECT_EQ(error, ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
+
+  // Codec changes: H.265 on an H.264 track fails; unknown tags pass.
+  std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 1000), false, false, &sink, error));
+  const Bytes payload = {1, 2, 3};
+  EXPECT_EQ(writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(0, 90000), true, media::TAG_VH265),
+            ERR_MEDIAFORMATS_WRITER_CODEC_CHANGED);
+  EXPECT_EQ(writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(0, 90000), true, media::TAG_VUNK), 0);
+  EXPECT_EQ(writer->WriteAudioData(payload.data(), payload.size(), media::dts_cts_t(0, 48000), media::TAG_AOPUS),
+            ERR_MEDIAFORMATS_WRITER_CODEC_CHANGED);
+  // The audio track has no sample: Flush cannot close the fragment.
+  EXPECT_EQ(writer->Flush(nullptr, nullptr), ERR_MEDIAFORMATS_FMP4_WRITER_STATE);
+
+  // The observer refusing the segment fails the write.
+  FileSink refusing;
+  refusing.refuseAfter = 0;
+  std::unique_ptr<WriterFMP4> refused(WriterFMP4::Create("t", nullptr, &video, false, media::timestamp_t(1000, 1000), false, false, &refusing, error));
+  EXPECT_EQ(refused->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(0, 90000), true),
+            ERR_MEDIAFORMATS_FMP4_WRITER_STATE);
+}
+
+TEST(WriterFMP4, WallClockBaseTimes) {
+  MP4TrackInfo video = VideoInfo();
+  FileSink sink;
+  int error = 0;
+  std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", nullptr, &video, false, media::timestamp_t(1000, 1000), false, true, &sink, error));
+  media::clock_sync_t sync;
+  sync.sc = media::timestamp_t(90000, 90000);
+  sync.wc = media::timestamp_t(1700000000000, 1000);
+  writer->WriteClockSync(sync);
+  const Bytes payload = {1, 2, 3};
+  for (int64_t dts : {180000, 183000, 270000}) {
+    ASSERT_EQ(writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(dts, 90000), true), 0);
+  }
+  ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
+  ASSERT_EQ(sink.fragments.size(), 2u);
+  // 180000 ticks is 1 s past the sync point: the wall clock plus 1 s, in the 90 kHz clock.
+  EXPECT_EQ(Trafs(sink.fragments[0])[0].baseTime, (1700000000000ull + 1000) * 90);
+  EXPECT_EQ(Trafs(sink.fragments[1])[0].baseTime, (1700000000000ull + 2000) * 90);
+}
+
+}  // namespace
+}  // namespace mediaformats
+}  // namespace vrex
