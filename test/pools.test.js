@@ -142,3 +142,13 @@ test('the pools log starts and releases, but nothing of the frequent statvfs', a
   assert.ok(!/name=statvfs/.test(text), text);
   vidora.setLogLevel({ logLevel: 1 });
 });
+
+test('loading the module again in a worker thread leaves the pools as they are', async () => {
+  const { Worker } = require('worker_threads');
+  const before = vidora.getWorkersPoolsStats().map((pool) => [pool.name, pool.maxSize]);
+  const worker = new Worker(`require(${JSON.stringify(path.join(__dirname, '..'))}).version();`, { eval: true });
+  const code = await new Promise((resolve) => worker.on('exit', resolve));
+  assert.strictEqual(code, 0);
+  assert.deepStrictEqual(vidora.getWorkersPoolsStats().map((pool) => [pool.name, pool.maxSize]), before);
+  await nops('Misc', 1);
+});

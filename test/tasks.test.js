@@ -3,6 +3,7 @@
 // arguments, unknown pools, cancelOperation on a plain task, a throwing callback.
 const test = require('node:test');
 const assert = require('assert');
+const fs = require('fs');
 const path = require('path');
 const { spawnSync } = require('child_process');
 const { vidora, INVALID_PARAMETERS, assertThrowsCode } = require('./helpers');
@@ -107,4 +108,32 @@ test('an exception thrown by a completion callback is the process\'s uncaught ex
   const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
   assert.strictEqual(child.status, 0, child.stderr);
   assert.strictEqual(child.stdout, 'caught from the callback\nstill alive\n');
+});
+
+test('ADDON_TRACE_TASKS and ADDON_TRACE_STATVFS switch on the tasks\' trace lines', () => {
+  const dir = require('./helpers').tempDir();
+  const log = path.join(dir, 'trace.log');
+  const script = `
+    const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});
+    vidora.setLogFile({ path: ${JSON.stringify(log)}, logLevel: 4 });
+    const id = vidora.nop({ pool: 'Misc' }, () => vidora.statvfs('/', () => console.log(id)));
+  `;
+  const run = (env) => spawnSync(process.execPath, ['-e', script],
+    { encoding: 'utf8', env: { ...process.env, ...env } });
+  // [environment, lines that must be there, lines that must not]
+  const cases = [
+    [{ ADDON_TRACE_TASKS: '1', ADDON_TRACE_STATVFS: '1' },
+      ['#-> Task::Enqueue id=ID name=nop', '<-# Task::SignalWorkEnd id=ID done in', '<-# Task::~Task id=ID in',
+        '#-> TaskStatvfs::SignalWork path=/ errno=0 res=0 time='], []],
+    [{ ADDON_TRACE_TASKS: 'no', ADDON_TRACE_STATVFS: '0' }, [], ['Task::Enqueue', 'TaskStatvfs::']],
+  ];
+  for (const [env, present, absent] of cases) {
+    fs.rmSync(log, { force: true });
+    const child = run(env);
+    assert.strictEqual(child.status, 0, child.stderr);
+    const id = child.stdout.trim();
+    const text = fs.readFileSync(log, 'utf8');
+    for (const line of present) assert.ok(text.includes(line.replace('ID', id)), `${line}\n${text}`);
+    for (const line of absent) assert.ok(!text.includes(line), `${line}\n${text}`);
+  }
 });

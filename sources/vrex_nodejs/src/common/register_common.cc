@@ -1,5 +1,6 @@
 // The process's start-up and the registration of the common functions.
 #include <cstdlib>
+#include <mutex>
 
 #include "abstraction/errors.h"
 #include "avcodec/errors.h"
@@ -26,13 +27,17 @@ void RegisterCallbacks(Napi::Object& exports) {
   vrex::avcodec::InitializeErrorCodes();
 
   napi_add_env_cleanup_hook(exports.Env(), OnNodeExit, nullptr);
-  atexit(OnPOSIXExit);
-  ReadProcessEnv();
-  SetWorkPoolMaxSize(128);
-  WorkersPoolsManager::SetupWorkersPool("Serve", 90);
-  WorkersPoolsManager::SetupWorkersPool("Write", 5);
-  WorkersPoolsManager::SetupWorkersPool("Read", 4);
-  WorkersPoolsManager::SetupWorkersPool("Misc", 1);
+  // Process-wide, once: a second load of the module must not reset the pools' limits.
+  static std::once_flag processStarted;
+  std::call_once(processStarted, [] {
+    atexit(OnPOSIXExit);
+    ReadProcessEnv();
+    SetWorkPoolMaxSize(128);
+    WorkersPoolsManager::SetupWorkersPool("Serve", 90);
+    WorkersPoolsManager::SetupWorkersPool("Write", 5);
+    WorkersPoolsManager::SetupWorkersPool("Read", 4);
+    WorkersPoolsManager::SetupWorkersPool("Misc", 1);
+  });
 
   RegisterFunction(exports, "version", callback_version);
   RegisterFunction(exports, "getErrorDescription", callback_getErrorDescription);
