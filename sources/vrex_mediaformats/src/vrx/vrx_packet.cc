@@ -108,11 +108,13 @@ int vrx_packet_t::Read(abstraction::DataSource* source, const unsigned char* byt
   const long end = source->Size();
   const int parsed = Parse(bytes, count, at, end);
   if (parsed != 1) return parsed;
-  if (!(flags & (VRX_FLAG_FRAME_START | VRX_FLAG_TRAILER)) && packetSize + 4 <= end - at) {
+  if (!(flags & (VRX_FLAG_FRAME_START | VRX_FLAG_TRAILER))) {
+    // Until the word after it is there, a continuation is not known to be whole.
+    if (packetSize + 4 > end - at) return 0;
     unsigned char trailer[4];
     int err = 0;
-    if (source->PeekBuffer(trailer, at + packetSize, 4, err) != nullptr &&
-        LoadBE32(trailer) == static_cast<uint64_t>(packetSize)) {
+    if (source->PeekBuffer(trailer, at + packetSize, 4, err) == nullptr) return err;
+    if (LoadBE32(trailer) == static_cast<uint64_t>(packetSize)) {
       tail += 4;
       packetSize += 4;
     }

@@ -48,7 +48,8 @@ struct vrx_packet_t {
   // Parse, for the packet at the source's cursor, given the first `count` bytes there. A
   // continuation fragment (no header fields, trailer bit clear) that is followed by a word equal
   // to its size takes that word as its trailer: our writer ends every packet with one, and no
-  // packet can start with such a word (its first byte would have to be 0xA0..0xAF).
+  // packet can start with such a word (its first byte would have to be 0xA0..0xAF). Such a
+  // continuation counts as incomplete until that next word is in the source.
   int Read(abstraction::DataSource* source, const unsigned char* bytes, unsigned long count);
   // The same, reading the header bytes itself. The cursor is left at the payload when the
   // result is 1, at the packet start otherwise.
