@@ -190,3 +190,114 @@ export function nop(params: NopParams, callback: TaskCallback<{}>): number;
  *   or `callback` is not a function.
  */
 export function statvfs(path: string, callback: TaskCallback<StatvfsResult>): number;
+
+/** A time in ticks of a clock; value -1 and clockRate 0 mean none. */
+export interface VrxTimestamp {
+  value: number;
+  clockRate: number;
+}
+
+/** A frame's clock sync: the stream clock at an instant and the wall clock then (in the stream clock's rate). */
+export interface VrxClockSync {
+  streamClock: VrxTimestamp;
+  wallClock: VrxTimestamp;
+}
+
+/** One frame of a .vrx file. */
+export interface VrxFrame {
+  /** 7 H.264, 1003 H.265, 1004 AV1, 1000 AAC, 1002 Opus, 19056 JPEG. */
+  trackId: number;
+  /** Always true for audio. */
+  isKeyFrame: boolean;
+  /** The sync node in force; all -1/0 before the first one of a partition. */
+  clockSync: VrxClockSync;
+  /** DTS and the composition offset CTS (PTS = DTS + CTS), both in `clockRate`. */
+  timestamp: { dts: VrxTimestamp; cts: VrxTimestamp; clockRate: number };
+  /** Byte offset of the payload in the file. */
+  offset: number;
+  /** Payload size in bytes. */
+  length: number;
+}
+
+/** A byte range of a .vrx file. */
+export interface VrxBounds {
+  offset: number;
+  length: number;
+}
+
+/** One partition of a .vrx file. */
+export interface VrxPartition {
+  /** Header through footer. */
+  fullBounds: VrxBounds;
+  /** The 12 bytes of fixed metadata as 24 lowercase hex digits. */
+  fixedMetadata: string;
+  dynamicMetadataBounds: VrxBounds;
+  /** Between the header and the footer. */
+  contentsBounds: VrxBounds;
+  /** Wall clock (ms) of the last video or image frame from the last seek point on; -1 if none. */
+  lastVideoWallClockMillis: number;
+  /** Entry points: a sync node or key frame, and its wall clock in ms. */
+  seekPoints: { offset: number; wallClockMillis: number }[];
+}
+
+/** A span of continuous recording, wall clocks in ms since the epoch, both ends included. */
+export interface VrxFragment {
+  wallClockStart: number;
+  wallClockEnd: number;
+}
+
+/** Totals of one medium; clocks in ms, -1 until known. */
+export interface VrxTrackInfo {
+  framesCount: number;
+  keyFramesCount: number;
+  /** Stream clock of the first frame; wall clock of the first frame that has a clock sync. */
+  startMillis: { streamClock: number; wallClock: number };
+  /** Of the last frame (the wall clock of the last one that has a clock sync). */
+  endMillis: { streamClock: number; wallClock: number };
+}
+
+export interface VrxFileListFragmentsParams {
+  fileName: string;
+  /** Start of the range in ms; 0 or absent: from the beginning. */
+  wallClockStart?: number;
+  /** End of the range in ms; 0 or absent: to the end. */
+  wallClockEnd?: number;
+}
+
+/**
+ * Per-medium totals of a .vrx file, on the "Read" pool, under shared locks: another process
+ * holding the file exclusively for more than 1.5 s gives error 0x80000004 (-2147483644); a
+ * missing file 0x80000002.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileInfo Invalid parameters" for other arguments.
+ */
+export function vrxFileInfo(fileName: string,
+  callback: TaskCallback<{ audio: VrxTrackInfo; video: VrxTrackInfo }>): number;
+
+/**
+ * Every frame of a .vrx file, in file order, held in memory until the callback. A read error
+ * gives the error alone; a file that ends inside a packet lists the frames before it.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileListFrames Invalid parameters" for other arguments.
+ */
+export function vrxFileListFrames(fileName: string, callback: TaskCallback<{ frames: VrxFrame[] }>): number;
+
+/**
+ * Every partition of a .vrx file; reads headers, footers and seek tables, not frame data.
+ * A file without partitions (or a new managed file) gives an empty array.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileListPartitions Invalid parameters" for other arguments.
+ */
+export function vrxFileListPartitions(fileName: string,
+  callback: TaskCallback<{ partitions: VrxPartition[] }>): number;
+
+/**
+ * Spans of continuous recording within a wall-clock range: from the seek tables (a gap of more
+ * than 20 s splits, no span crosses partitions), or frame by frame in a file without partitions
+ * (a gap of 2,001 ms or more splits).
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileListFragments Invalid parameters" when `params` is
+ *   not an object with a string `fileName` or `callback` is not a function.
+ */
+export function vrxFileListFragments(params: VrxFileListFragmentsParams,
+  callback: TaskCallback<{ fragments: VrxFragment[] }>): number;

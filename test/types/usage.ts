@@ -39,3 +39,25 @@ try {
   console.log((err as VidoraError).errors[0].code);
 }
 console.log(pools.length, nopCount, statId);
+
+const infoId: number = vidora.vrxFileInfo('samples/sample.vrx', (err, result) => {
+  if (err) return console.log(err.errors[0].full === (0x80000004 | 0), err.name);
+  if (result) console.log(result.video.framesCount, result.audio.startMillis.wallClock, result.name);
+});
+vidora.vrxFileListFrames('samples/sample.vrx', (err, result) => {
+  const frame: vidora.VrxFrame | undefined = result?.frames[0];
+  if (frame) console.log(frame.trackId, frame.isKeyFrame, frame.timestamp.dts.value, frame.clockSync.wallClock.clockRate);
+  if (err) console.log(err.message);
+});
+vidora.vrxFileListPartitions('samples/sample.vrx', (err, result) => {
+  for (const p of result?.partitions ?? []) {
+    console.log(p.fixedMetadata, p.fullBounds.length, p.seekPoints.map((s) => s.wallClockMillis), p.lastVideoWallClockMillis);
+  }
+  if (err) console.log(err.errors.length);
+});
+const fragmentsId: number = vidora.vrxFileListFragments({ fileName: 'samples/sample.vrx', wallClockStart: 1767225602000 },
+  (err, result) => {
+    const spans: vidora.VrxFragment[] = result?.fragments ?? [];
+    console.log(spans.map((f) => f.wallClockEnd - f.wallClockStart), err?.poolName);
+  });
+console.log(infoId, fragmentsId);

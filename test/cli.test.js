@@ -1,0 +1,158 @@
+'use strict';
+// The vidora command line on the sample: output, JSON and exit status, and its error paths.
+// Frame rows are compared with frame_t::ToString as the C++ reader prints them (tools/vrx_walk).
+const test = require('node:test');
+const assert = require('assert');
+const { spawn, spawnSync } = require('child_process');
+const fs = require('fs');
+const path = require('path');
+
+const { vidora, tempDir } = require('./helpers');
+const { findTool } = require('../tools/vrx_write');
+
+const CLI = path.join(__dirname, '..', 'bin', 'vidora.js');
+const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
+const dir = tempDir('vidora-cli-');
+
+function childEnv() {
+  const env = { ...process.env };
+  delete env.LD_PRELOAD;
+  return env;
+}
+
+// The CLI runs in a node of its own, with the sanitizer runtimes when this run has them.
+function cli(...args) {
+  const run = spawnSync(process.execPath, [CLI, ...args], { encoding: 'utf8', env: process.env });
+  return { status: run.status, stdout: run.stdout, stderr: run.stderr };
+}
+
+function cliAsync(...args) {
+  return new Promise((resolve) => {
+    const child = spawn(process.execPath, [CLI, ...args], { env: process.env });
+    let stdout = '';
+    let stderr = '';
+    child.stdout.on('data', (d) => { stdout += d; });
+    child.stderr.on('data', (d) => { stderr += d; });
+    child.on('exit', (status) => resolve({ status, stdout, stderr }));
+  });
+}
+
+function listing(fn, arg) {
+  return new Promise((resolve, reject) => {
+    fn(arg, (error, result) => (error ? reject(error) : resolve(result)));
+  });
+}
+
+test('--help lists the commands and options', () => {
+  const { status, stdout, stderr } = cli('--help');
+  assert.strictEqual(status, 0);
+  assert.strictEqual(stderr, '');
+  for (const word of ['info FILE', 'frames FILE [--human]', 'partitions FILE', 'fragments FILE [--from MS] [--to MS]',
+    '--json', '--human', '--help']) {
+    assert.ok(stdout.includes(word), word);
+  }
+});
+
+test('info prints the per-medium totals of the sample', () => {
+  const { status, stdout, stderr } = cli('info', SAMPLE);
+  assert.strictEqual(status, 0, stderr);
+  assert.strictEqual(stdout, [
+    `file: ${SAMPLE}`,
+    'video: 150 frames, 6 key frames',
+    '  stream clock: 0 ms .. 5960 ms',
+    '  wall clock:   2026-01-01 00:00:00.000 .. 2026-01-01 00:00:35.960 UTC (1767225600000 .. 1767225635960)',
+    'audio: 280 frames, 280 key frames',
+    '  stream clock: 0 ms .. 5952 ms',
+    '  wall clock:   2026-01-01 00:00:00.021 .. 2026-01-01 00:00:35.952 UTC (1767225600021 .. 1767225635952)',
+    '',
+  ].join('\n'));
+});
+
+test('frames prints the rows of frame_t::ToString, plain and human', () => {
+  for (const [flag, walkFlag] of [[[], '--rows'], [['--human'], '--human']]) {
+    const expected = spawnSync(findTool('vrx_walk'), [SAMPLE, walkFlag], { encoding: 'utf8', env: childEnv() });
+    assert.strictEqual(expected.status, 0, expected.stderr);
+    const { status, stdout, stderr } = cli('frames', SAMPLE, ...flag);
+    assert.strictEqual(status, 0, stderr);
+    assert.strictEqual(stdout, expected.stdout, walkFlag);
+    assert.strictEqual(stdout.split('\n').length, 1 + 430 + 1);
+  }
+  const { stdout } = cli('frames', SAMPLE, '--human');
+  assert.ok(stdout.startsWith('Type   TID  KF           OFFSET     SIZE          DTS   CTS                             WC(UTC)     CR\n'));
+  assert.ok(stdout.includes('   V     7   1              264     3674            0     0 2026-01-01 00:00:00.000  90000\n'));
+});
+
+test('--json gives what the functions give', async () => {
+  const cases = [
+    [['info', SAMPLE], () => listing(vidora.vrxFileInfo, SAMPLE).then((r) => ({ audio: r.audio, video: r.video }))],
+    [['frames', SAMPLE], () => listing(vidora.vrxFileListFrames, SAMPLE).then((r) => r.frames)],
+    [['partitions', SAMPLE], () => listing(vidora.vrxFileListPartitions, SAMPLE).then((r) => r.partitions)],
+    [['fragments', SAMPLE, '--from', '1767225602000', '--to', '1767225630000'],
+      () => listing(vidora.vrxFileListFragments, { fileName: SAMPLE, wallClockStart: 1767225602000, wallClockEnd: 1767225630000 })
+        .then((r) => r.fragments)],
+  ];
+  for (const [args, expected] of cases) {
+    const { status, stdout, stderr } = cli(...args, '--json');
+    assert.strictEqual(status, 0, stderr);
+    assert.deepStrictEqual(JSON.parse(stdout), await expected(), args.join(' '));
+  }
+});
+
+test('partitions and fragments print the sample\'s layout', () => {
+  const partitions = cli('partitions', SAMPLE);
+  assert.strictEqual(partitions.status, 0);
+  const lines = partitions.stdout.split('\n');
+  assert.strictEqual(lines[0], '3 partitions');
+  assert.deepStrictEqual(lines.filter((l) => l.includes('OFF:')).map((l) => l.replace(/OFF: \d+; /, '')),
+    ['       0. WC: 1767225600000 (2026-01-01 00:00:00.000)', '       1. WC: 1767225601000 (2026-01-01 00:00:01.000)',
+      '       0. WC: 1767225602000 (2026-01-01 00:00:02.000)', '       1. WC: 1767225603000 (2026-01-01 00:00:03.000)',
+      '       0. WC: 1767225634000 (2026-01-01 00:00:34.000)', '       1. WC: 1767225635000 (2026-01-01 00:00:35.000)']);
+  assert.deepStrictEqual(lines.filter((l) => l.includes('fixed metadata')),
+    ['  fixed metadata: 010100000000000000000000', '  fixed metadata: 020100000000000000000000',
+      '  fixed metadata: 030100000000000000000000']);
+
+  const fragments = cli('fragments', SAMPLE, '--from', '1767225602000');
+  assert.strictEqual(fragments.status, 0);
+  assert.strictEqual(fragments.stdout, [
+    '2 fragments',
+    '                  START(UTC)                    END(UTC)   DURATION(ms)',
+    '     2026-01-01 00:00:02.000     2026-01-01 00:00:03.000           1000',
+    '     2026-01-01 00:00:34.000     2026-01-01 00:00:35.000           1000',
+    '',
+  ].join('\n'));
+});
+
+test('errors give a clear message and their own exit status', async () => {
+  const notVrx = path.join(dir, 'notes.txt');
+  fs.writeFileSync(notVrx, 'these are not the packets you are looking for\n'.repeat(10));
+  const cases = [
+    [[], 2, /usage: vidora <command> FILE/],
+    [['info'], 2, /usage:/],
+    [['list', SAMPLE], 2, /unknown command list/],
+    [['info', SAMPLE, 'extra'], 2, /usage:/],
+    [['fragments', SAMPLE, '--from'], 2, /--from needs a number of ms/],
+    [['fragments', SAMPLE, '--to', 'soon'], 2, /--to needs a number of ms/],
+    [['info', SAMPLE, '--verbose'], 2, /unknown option --verbose/],
+    [['info', path.join(dir, 'missing.vrx')], 3, /missing\.vrx: no such file/],
+    [['frames', notVrx], 4, /notes\.txt: not a VRX file, or damaged \(/],
+    [['partitions', notVrx], 4, /not a VRX file/],
+  ];
+  for (const [args, status, message] of cases) {
+    const run = cli(...args);
+    assert.strictEqual(run.status, status, args.join(' '));
+    assert.match(run.stderr, message, args.join(' '));
+    assert.strictEqual(run.stdout, '', args.join(' '));
+  }
+
+  const locked = path.join(dir, 'locked.vrx');
+  fs.copyFileSync(SAMPLE, locked);
+  const child = spawn('flock', ['-x', locked, '-c', 'echo locked; read line'], { env: childEnv() });
+  await new Promise((resolve) => child.stdout.once('data', resolve));
+  try {
+    const run = await cliAsync('info', locked);
+    assert.strictEqual(run.status, 5);
+    assert.match(run.stderr, /locked\.vrx: locked by another process \(gave up after 1\.5 s\)/);
+  } finally {
+    await new Promise((resolve) => { child.once('exit', resolve); child.stdin.end(); });
+  }
+});

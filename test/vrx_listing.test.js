@@ -1,0 +1,492 @@
+'use strict';
+// vrxFileInfo, vrxFileListFrames, vrxFileListPartitions and vrxFileListFragments from
+// JavaScript, on files written by WriterVREX (tools/vrx_write) and on the sample, whose H.264
+// and AAC came from ffmpeg and go back to ffprobe. Every listed field is checked against what
+// was written, and payload offsets against the bytes of the file.
+const test = require('node:test');
+const assert = require('assert');
+const { spawn, spawnSync } = require('child_process');
+const fs = require('fs');
+const path = require('path');
+
+const { vidora, tempDir } = require('./helpers');
+const { writeVrx } = require('../tools/vrx_write');
+
+const T0 = 1767225600000;  // 2026-01-01T00:00:00.000Z
+const TIMED_OUT = 0x80000004 | 0;
+const FILE_NOT_FOUND = 0x80000002 | 0;
+const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
+const dir = tempDir('vidora-listing-');
+
+// Child processes without the sanitizer runtimes that the sanitized run preloads into node.
+function childEnv() {
+  const env = { ...process.env };
+  delete env.LD_PRELOAD;
+  return env;
+}
+
+function call(fn, arg) {
+  return new Promise((resolve) => {
+    fn(arg, (error, result) => resolve({ error, result }));
+  });
+}
+
+async function list(fn, arg) {
+  const { error, result } = await call(fn, arg);
+  assert.strictEqual(error, null, error && error.message);
+  return result;
+}
+
+// rescale of the media model: half up, in integers.
+function rescale(value, from, to) {
+  if (value < 0 || from === 0) return -1;
+  if (from === to) return value;
+  return Number((BigInt(from >> 1) + BigInt(value) * BigInt(to)) / BigInt(from));
+}
+
+// What a reader rebuilds from a sync node written with `wcMillis`: the wall clock in the
+// stream clock's rate.
+function syncWallClockInRate(wcMillis, rate) {
+  const seconds = BigInt(Math.floor(wcMillis / 1000));
+  const nanos = BigInt((wcMillis % 1000) * 1000000);
+  const r = BigInt(rate);
+  const term = rate === 1000000000 ? nanos : (500000000n + r * nanos) / 1000000000n;
+  return Number(seconds * r + term);
+}
+
+// A description for vrx_write that remembers how each frame must list.
+class Recording {
+  constructor() {
+    this.lines = [];
+    this.frames = [];
+    this.sync = null;
+  }
+
+  partition(fixed, dynamic = '') {
+    this.lines.push(`partition ${fixed} ${dynamic}`);
+    this.sync = null;  // a partition header makes the reader forget the clock sync
+  }
+
+  end() { this.lines.push('end'); }
+
+  syncNode(sc, rate, wcMillis) {
+    this.lines.push(`sync ${sc} ${rate} ${wcMillis}`);
+    this.sync = { sc, rate, wc: syncWallClockInRate(wcMillis, rate) };
+  }
+
+  video(dts, rate, cts, key, size) { this.frame('video', 7, dts, rate, cts, key, size); }
+
+  audio(dts, rate, size) { this.frame('audio', 1000, dts, rate, 0, true, size); }
+
+  frame(kind, trackId, dts, rate, cts, key, size) {
+    const seed = (this.frames.length * 37) & 0xff;
+    this.lines.push(kind === 'video' ? `video ${dts} ${rate} ${cts} ${key ? 1 : 0} pattern:${size}:${seed}`
+      : `audio ${dts} ${rate} pattern:${size}:${seed}`);
+    this.frames.push({ kind, trackId, dts, rate, cts, key, size, seed, sync: this.sync });
+  }
+
+  write(file) {
+    this.file = file;
+    this.manifest = writeVrx(file, this.lines);
+    this.frames.forEach((f, i) => { f.offset = this.manifest.frames[i].offset; });
+    return this;
+  }
+}
+
+function wallClockMillis(frame) {
+  const s = frame.sync;
+  if (!s) return -1;
+  return rescale(frame.dts, frame.rate, 1000) + rescale(s.wc, s.rate, 1000) - rescale(s.sc, s.rate, 1000);
+}
+
+function expectedFrame(f) {
+  const ts = (value, clockRate) => ({ value, clockRate });
+  return {
+    trackId: f.trackId,
+    isKeyFrame: f.key,
+    clockSync: f.sync ? { streamClock: ts(f.sync.sc, f.sync.rate), wallClock: ts(f.sync.wc, f.sync.rate) }
+      : { streamClock: ts(-1, 0), wallClock: ts(-1, 0) },
+    timestamp: { dts: ts(f.dts, f.rate), cts: ts(f.cts, f.rate), clockRate: f.rate },
+    offset: f.offset,
+    length: f.size,
+  };
+}
+
+function expectedTrack(frames) {
+  const track = {
+    framesCount: frames.length,
+    keyFramesCount: frames.filter((f) => f.key).length,
+    startMillis: { streamClock: -1, wallClock: -1 },
+    endMillis: { streamClock: -1, wallClock: -1 },
+  };
+  for (const f of frames) {
+    const streamClock = rescale(f.dts, f.rate, 1000);
+    const wallClock = wallClockMillis(f);
+    if (track.startMillis.streamClock === -1) track.startMillis.streamClock = streamClock;
+    if (track.startMillis.wallClock === -1) track.startMillis.wallClock = wallClock;
+    track.endMillis.streamClock = streamClock;
+    if (wallClock >= 0) track.endMillis.wallClock = wallClock;
+  }
+  return track;
+}
+
+function expectedInfo(recording) {
+  return {
+    audio: expectedTrack(recording.frames.filter((f) => f.kind === 'audio')),
+    video: expectedTrack(recording.frames.filter((f) => f.kind === 'video')),
+  };
+}
+
+function pattern(size, seed) {
+  return Buffer.from(Array.from({ length: size }, (_, i) => (seed + i) & 0xff));
+}
+
+// Two partitions: audio before the first sync node, CTS, dynamic metadata that needs padding,
+// a key frame without a sync node right before it, 64-bit DTS, an explicit clock rate and
+// 25 s between two seek points of one partition.
+function mainRecording() {
+  const r = new Recording();
+  r.partition('0a0b0c0d0e0f101112131415', 'd1d2d3d4d5');
+  r.audio(0, 48000, 200);
+  r.syncNode(0, 90000, T0);
+  r.video(0, 90000, 0, true, 1000);
+  r.audio(1024, 48000, 201);
+  r.video(3600, 90000, 7200, false, 500);
+  r.syncNode(90000, 90000, T0 + 1000);
+  r.video(90000, 90000, 0, true, 1203);
+  r.video(93600, 90000, 3600, false, 301);
+  r.audio(2048, 48000, 7);
+  r.video(180000, 90000, 0, true, 64);
+  r.end();
+  r.partition('ffeeddccbbaa998877665544');
+  r.syncNode(5000000000, 90000, T0 + 60000);
+  r.video(5000000000, 90000, 0, true, 2048);
+  r.audio(12345, 25000, 33);
+  r.video(5000003600, 90000, 0, false, 100);
+  r.syncNode(5000000000 + 25000 * 90, 90000, T0 + 85000);
+  r.video(5000000000 + 25000 * 90, 90000, 0, true, 77);
+  r.video(5000000000 + 25040 * 90, 90000, 0, false, 78);
+  r.end();
+  return r.write(path.join(dir, 'main.vrx'));
+}
+
+test('the task result carries the task fields and the listing', async () => {
+  const r = mainRecording();
+  const cases = [
+    [vidora.vrxFileInfo, r.file, 'vrxFileInfo', 'audio'],
+    [vidora.vrxFileListFrames, r.file, 'vrxFileListFrames', 'frames'],
+    [vidora.vrxFileListPartitions, r.file, 'vrxFileListPartitions', 'partitions'],
+    [vidora.vrxFileListFragments, { fileName: r.file }, 'vrxFileListFragments', 'fragments'],
+  ];
+  for (const [fn, arg, name, property] of cases) {
+    let id;
+    const done = new Promise((resolve) => { id = fn(arg, (error, result) => resolve({ error, result })); });
+    assert.strictEqual(typeof id, 'number', name);
+    const { error, result } = await done;
+    assert.strictEqual(error, null, name);
+    assert.strictEqual(result.id, id);
+    assert.strictEqual(result.name, name);
+    assert.strictEqual(result.poolName, 'Read');
+    assert.strictEqual(result.timedOut, false);
+    assert.ok(property in result, `${name} has ${property}`);
+  }
+});
+
+test('vrxFileListFrames lists every frame as written, at the offsets of its bytes', async () => {
+  const r = mainRecording();
+  const { frames } = await list(vidora.vrxFileListFrames, r.file);
+  assert.deepStrictEqual(frames, r.frames.map(expectedFrame));
+  const bytes = fs.readFileSync(r.file);
+  r.frames.forEach((f, i) => {
+    assert.ok(bytes.subarray(frames[i].offset, frames[i].offset + frames[i].length).equals(pattern(f.size, f.seed)),
+      `payload of frame ${i}`);
+  });
+});
+
+test('vrxFileInfo counts per medium, with stream and wall clocks in ms', async () => {
+  const r = mainRecording();
+  const info = await list(vidora.vrxFileInfo, r.file);
+  const expected = expectedInfo(r);
+  assert.deepStrictEqual({ audio: info.audio, video: info.video }, expected);
+  // The audio came before the first sync node: its start has a stream clock but the wall
+  // clock of the first audio frame that had one.
+  assert.strictEqual(expected.audio.startMillis.streamClock, 0);
+  assert.strictEqual(expected.audio.startMillis.wallClock, T0 + 21);
+  assert.strictEqual(expected.video.framesCount, 9);
+  assert.strictEqual(expected.video.keyFramesCount, 5);
+});
+
+test('vrxFileListPartitions gives bounds, metadata and seek tables as laid out', async () => {
+  const r = mainRecording();
+  const { partitions } = await list(vidora.vrxFileListPartitions, r.file);
+  const bytes = fs.readFileSync(r.file);
+  const fixed = ['0a0b0c0d0e0f101112131415', 'ffeeddccbbaa998877665544'];
+  // The last wall clock comes from a walk from the last seek point. In the first partition that
+  // point is a key frame with no sync node in front, so the walk meets no clock sync.
+  const lastVideo = [-1, T0 + 85040];
+  assert.strictEqual(partitions.length, 2);
+  partitions.forEach((p, i) => {
+    const m = r.manifest.partitions[i];
+    assert.deepStrictEqual(p, {
+      fullBounds: { offset: m.offset, length: m.size },
+      fixedMetadata: fixed[i],
+      dynamicMetadataBounds: { offset: m.dynamic[0], length: m.dynamic[1] },
+      contentsBounds: { offset: m.contents[0], length: m.contents[1] },
+      lastVideoWallClockMillis: lastVideo[i],
+      seekPoints: m.seekPoints.map(([offset, wallClockMillis]) => ({ offset, wallClockMillis })),
+    });
+    // A partition starts with a header packet (TID 9) and ends with a footer (TID 10).
+    assert.strictEqual(bytes.readUInt32BE(p.fullBounds.offset), 0xa00009a9);
+    assert.strictEqual(bytes.readUInt32BE(p.contentsBounds.offset + p.contentsBounds.length), 0xa0000aaa);
+  });
+  assert.strictEqual(partitions[1].fullBounds.offset, partitions[0].fullBounds.offset + partitions[0].fullBounds.length);
+  assert.strictEqual(partitions[1].fullBounds.offset + partitions[1].fullBounds.length, bytes.length);
+  const dyn = partitions[0].dynamicMetadataBounds;
+  assert.strictEqual(bytes.subarray(dyn.offset, dyn.offset + dyn.length).toString('hex'), 'd1d2d3d4d5');
+  assert.strictEqual(partitions[1].dynamicMetadataBounds.length, 0);
+  // Seek points aim at the sync node written just before a key frame, else at the key frame.
+  const heads = partitions.flatMap((p) => p.seekPoints.map((s) => bytes.readUInt32BE(s.offset).toString(16)));
+  assert.deepStrictEqual(heads, ['a0da7e04', 'a0da7e04', 'a00007a7', 'a0da7e04', 'a0da7e04']);
+  assert.deepStrictEqual(partitions.flatMap((p) => p.seekPoints.map((s) => s.wallClockMillis)),
+    [T0, T0 + 1000, T0 + 2000, T0 + 60000, T0 + 85000]);
+});
+
+test('vrxFileListFragments splits at gaps of more than 20 s and never crosses partitions', async () => {
+  const r = mainRecording();
+  const span = (a, b) => ({ wallClockStart: T0 + a, wallClockEnd: T0 + b });
+  const cases = [
+    [{}, [span(0, 2000), span(60000, 60000), span(85000, 85000)]],
+    [{ wallClockStart: 0, wallClockEnd: 0 }, [span(0, 2000), span(60000, 60000), span(85000, 85000)]],
+    [{ wallClockStart: T0 + 30000 }, [span(60000, 60000), span(85000, 85000)]],
+    [{ wallClockEnd: T0 + 50000 }, [span(0, 2000)]],
+  ];
+  for (const [range, expected] of cases) {
+    const { fragments } = await list(vidora.vrxFileListFragments, { fileName: r.file, ...range });
+    assert.deepStrictEqual(fragments, expected, JSON.stringify(range));
+  }
+});
+
+test('a file that is not partitioned lists its fragments frame by frame', async () => {
+  const r = new Recording();
+  r.syncNode(0, 90000, T0);
+  for (const ms of [0, 1000, 3000, 5001, 6000]) {
+    r.audio(ms * 48, 48000, 10);
+    r.video(ms * 90, 90000, 0, ms === 0, 20);
+  }
+  r.write(path.join(dir, 'flat.vrx'));
+  const span = (a, b) => ({ wallClockStart: T0 + a, wallClockEnd: T0 + b });
+  const cases = [
+    [{}, [span(0, 3000), span(5001, 6000)]],  // 2,000 ms apart stays one span, 2,001 ms splits
+    [{ wallClockStart: T0 + 1000 }, [span(1000, 3000), span(5001, 6000)]],
+    [{ wallClockEnd: T0 + 4000 }, [span(0, 3000)]],
+  ];
+  for (const [range, expected] of cases) {
+    const { fragments } = await list(vidora.vrxFileListFragments, { fileName: r.file, ...range });
+    assert.deepStrictEqual(fragments, expected, JSON.stringify(range));
+  }
+  assert.deepStrictEqual((await list(vidora.vrxFileListPartitions, r.file)).partitions, []);
+  assert.deepStrictEqual((await list(vidora.vrxFileListFrames, r.file)).frames, r.frames.map(expectedFrame));
+  const info = await list(vidora.vrxFileInfo, r.file);
+  assert.deepStrictEqual({ audio: info.audio, video: info.video }, expectedInfo(r));
+});
+
+test('an empty managed file lists nothing, with all clocks -1', async () => {
+  const file = path.join(dir, 'empty-managed.vrx');
+  writeVrx(file, ['pad 1048576']);
+  assert.strictEqual(fs.statSync(file).size, 1048576);
+  const none = { framesCount: 0, keyFramesCount: 0, startMillis: { streamClock: -1, wallClock: -1 },
+    endMillis: { streamClock: -1, wallClock: -1 } };
+  const info = await list(vidora.vrxFileInfo, file);
+  assert.deepStrictEqual({ audio: info.audio, video: info.video }, { audio: none, video: none });
+  assert.deepStrictEqual((await list(vidora.vrxFileListFrames, file)).frames, []);
+  assert.deepStrictEqual((await list(vidora.vrxFileListPartitions, file)).partitions, []);
+  assert.deepStrictEqual((await list(vidora.vrxFileListFragments, { fileName: file })).fragments, []);
+});
+
+test('a managed file with partitions and a free tail lists the partitions only', async () => {
+  const r = new Recording();
+  r.partition('000000000000000000000001');
+  r.syncNode(0, 90000, T0);
+  r.video(0, 90000, 0, true, 10);
+  r.end();
+  r.lines.push('pad 1048576');
+  r.write(path.join(dir, 'managed.vrx'));
+  const { partitions } = await list(vidora.vrxFileListPartitions, r.file);
+  assert.strictEqual(partitions.length, 1);
+  assert.deepStrictEqual(partitions[0].seekPoints, [{ offset: r.manifest.partitions[0].seekPoints[0][0], wallClockMillis: T0 }]);
+  assert.deepStrictEqual((await list(vidora.vrxFileListFrames, r.file)).frames, r.frames.map(expectedFrame));
+});
+
+test('the sample lists 6 s of H.264 and AAC that ffprobe decodes back', async () => {
+  const info = await list(vidora.vrxFileInfo, SAMPLE);
+  assert.strictEqual(info.video.framesCount, 150);
+  assert.strictEqual(info.video.keyFramesCount, 6);
+  assert.deepStrictEqual(info.video.startMillis, { streamClock: 0, wallClock: T0 });
+  assert.deepStrictEqual(info.video.endMillis, { streamClock: 5960, wallClock: T0 + 30000 + 5960 });
+  assert.strictEqual(info.audio.keyFramesCount, info.audio.framesCount);
+
+  const { partitions } = await list(vidora.vrxFileListPartitions, SAMPLE);
+  assert.deepStrictEqual(partitions.map((p) => p.seekPoints.map((s) => s.wallClockMillis - T0)),
+    [[0, 1000], [2000, 3000], [34000, 35000]]);
+  assert.deepStrictEqual(partitions.map((p) => p.fixedMetadata),
+    ['010100000000000000000000', '020100000000000000000000', '030100000000000000000000']);
+  const { fragments } = await list(vidora.vrxFileListFragments, { fileName: SAMPLE });
+  assert.deepStrictEqual(fragments.map((f) => [f.wallClockStart - T0, f.wallClockEnd - T0]),
+    [[0, 1000], [2000, 3000], [34000, 35000]]);
+
+  // The listed payloads, back in Annex B and ADTS, are what ffprobe decodes.
+  const { frames } = await list(vidora.vrxFileListFrames, SAMPLE);
+  const bytes = fs.readFileSync(SAMPLE);
+  const video = [];
+  const audio = [];
+  for (const f of frames) {
+    const payload = bytes.subarray(f.offset, f.offset + f.length);
+    if (f.trackId === 1000) {
+      audio.push(payload);
+      continue;
+    }
+    for (let at = 0; at < payload.length;) {
+      const size = payload.readUInt32BE(at);
+      video.push(Buffer.from([0, 0, 0, 1]), payload.subarray(at + 4, at + 4 + size));
+      at += 4 + size;
+    }
+  }
+  fs.writeFileSync(path.join(dir, 'sample.h264'), Buffer.concat(video));
+  fs.writeFileSync(path.join(dir, 'sample.aac'), Buffer.concat(audio));
+  const probe = (file, entries) => spawnSync('ffprobe', ['-v', 'error', '-count_frames', '-show_entries',
+    entries, '-of', 'csv=p=0', path.join(dir, file)], { env: childEnv(), encoding: 'utf8' });
+  const v = probe('sample.h264', 'stream=codec_name,width,height,nb_read_frames');
+  assert.strictEqual(v.stderr, '');
+  assert.strictEqual(v.stdout.trim(), 'h264,320,240,150');
+  const a = probe('sample.aac', 'stream=codec_name,sample_rate,channels,nb_read_frames');
+  assert.strictEqual(a.stderr, '');
+  assert.strictEqual(a.stdout.trim(), `aac,48000,1,${info.audio.framesCount}`);
+});
+
+test('the partition listing reads no frame data', async () => {
+  // 40 partitions of a 256 KiB key frame and three 64 KiB frames: 17 MiB of payload.
+  const lines = [];
+  for (let p = 0; p < 40; ++p) {
+    lines.push(`partition ${p.toString(16).padStart(24, '0')}`, `sync ${p * 90000} 90000 ${T0 + p * 1000}`,
+      `video ${p * 90000} 90000 0 1 pattern:262144:${p}`);
+    for (let f = 1; f < 4; ++f) lines.push(`video ${p * 90000 + f * 3600} 90000 0 0 pattern:65536:${f}`);
+    lines.push('end');
+  }
+  const file = path.join(dir, 'big-frames.vrx');
+  writeVrx(file, lines);
+  const rchar = () => Number(/rchar: (\d+)/.exec(fs.readFileSync('/proc/self/io', 'utf8'))[1]);
+  const before = rchar();
+  const { partitions } = await list(vidora.vrxFileListPartitions, file);
+  const read = rchar() - before;
+  assert.strictEqual(partitions.length, 40);
+  assert.deepStrictEqual(partitions.map((p) => p.lastVideoWallClockMillis), partitions.map((_, p) => T0 + p * 1000 + 120));
+  // Headers, footers, seek tables and the packet headers after the last seek point, plus this
+  // test's own read of /proc: a few KiB, against 17 MiB of frames.
+  assert.ok(read < 64 * 1024, `${read} bytes read`);
+});
+
+test('wrong arguments throw before any task is made', () => {
+  const message = (name) => ({ message: `<-# FAILED! callback_${name} Invalid parameters` });
+  const cb = () => assert.fail('no callback for wrong arguments');
+  for (const name of ['vrxFileInfo', 'vrxFileListFrames', 'vrxFileListPartitions']) {
+    const fn = vidora[name];
+    for (const args of [[], ['a.vrx'], [cb], [1, cb], [{}, cb], ['a.vrx', 'cb'], ['a.vrx', cb, 3], [null, cb]]) {
+      assert.throws(() => fn(...args), message(name), `${name}(${args.map(String)})`);
+    }
+  }
+  for (const args of [[], [{ fileName: 'a.vrx' }], ['a.vrx', cb], [{}, cb], [{ fileName: 3 }, cb],
+    [{ fileName: 'a.vrx' }, 'cb'], [{ fileName: 'a.vrx' }, cb, 1]]) {
+    assert.throws(() => vidora.vrxFileListFragments(...args), message('vrxFileListFragments'), String(args));
+  }
+});
+
+test('bad files give an error object or a sane result, never a crash', async () => {
+  const full = fs.readFileSync(SAMPLE);
+  const files = {
+    missing: path.join(dir, 'missing.vrx'),
+    directory: dir,
+    empty: path.join(dir, 'empty.vrx'),
+    truncated: path.join(dir, 'truncated.vrx'),
+    random: path.join(dir, 'random.vrx'),
+    headerOnly: path.join(dir, 'header-only.vrx'),
+  };
+  fs.writeFileSync(files.empty, Buffer.alloc(0));
+  fs.writeFileSync(files.truncated, full.subarray(0, Math.floor(full.length / 2) + 3));
+  let seed = 12345;
+  fs.writeFileSync(files.random, Buffer.from(Array.from({ length: 65536 }, () => {
+    seed = (seed * 1103515245 + 12345) & 0x7fffffff;
+    return seed >> 16;
+  })));
+  fs.writeFileSync(files.headerOnly, full.subarray(0, 64));
+
+  const { frames: allFrames } = await list(vidora.vrxFileListFrames, SAMPLE);
+  const calls = [
+    ['vrxFileInfo', (f) => f],
+    ['vrxFileListFrames', (f) => f],
+    ['vrxFileListPartitions', (f) => f],
+    ['vrxFileListFragments', (f) => ({ fileName: f })],
+  ];
+  for (const [kind, file] of Object.entries(files)) {
+    for (const [name, arg] of calls) {
+      const { error, result } = await call(vidora[name], arg(file));
+      const label = `${name} on ${kind}`;
+      if (error) {
+        assert.ok(Array.isArray(error.errors) && error.errors.length > 0, label);
+        assert.ok(error.errors[0].full < 0, label);
+        assert.strictEqual(error.message, vidora.getErrorDescription(error.errors[0].full), label);
+        assert.strictEqual(result, null, label);
+        if (kind === 'missing') assert.strictEqual(error.errors[0].full, FILE_NOT_FOUND, label);
+        continue;
+      }
+      assert.ok(!['missing', 'directory', 'empty'].includes(kind), `${label} must fail`);
+      if (name === 'vrxFileListFrames') {
+        // Up to a packet cut in two, the frames are those of the whole file.
+        assert.deepStrictEqual(result.frames, allFrames.slice(0, result.frames.length), label);
+      }
+    }
+  }
+});
+
+// A child process that holds flock on `file` until its stdin closes.
+async function holdFlock(file, mode) {
+  const child = spawn('flock', [mode, file, '-c', 'echo locked; read line'], { env: childEnv() });
+  await new Promise((resolve, reject) => {
+    child.stdout.once('data', resolve);
+    child.once('error', reject);
+  });
+  return { release: () => new Promise((resolve) => { child.once('exit', resolve); child.stdin.end(); }) };
+}
+
+test('a file held exclusively by another process times out after 1.5 s; a shared holder does not block', async () => {
+  const r = mainRecording();
+  const holder = await holdFlock(r.file, '-x');
+  try {
+    for (const [name, arg] of [['vrxFileListFrames', r.file], ['vrxFileInfo', r.file],
+      ['vrxFileListPartitions', r.file], ['vrxFileListFragments', { fileName: r.file }]]) {
+      const start = Date.now();
+      const { error, result } = await call(vidora[name], arg);
+      const waited = Date.now() - start;
+      assert.strictEqual(result, null, name);
+      assert.strictEqual(error.errors[0].full, TIMED_OUT, name);
+      assert.ok(waited >= 1450, `${name} waited the whole limit (${waited} ms)`);
+    }
+  } finally {
+    await holder.release();
+  }
+  const reader = await holdFlock(r.file, '-s');
+  try {
+    const { frames } = await list(vidora.vrxFileListFrames, r.file);
+    assert.strictEqual(frames.length, r.frames.length);
+  } finally {
+    await reader.release();
+  }
+});
+
+test('listings of one file run side by side', async () => {
+  const r = mainRecording();
+  const results = await Promise.all(Array.from({ length: 12 }, (_, i) =>
+    list(i % 2 ? vidora.vrxFileListFrames : vidora.vrxFileListPartitions, r.file)));
+  results.forEach((result, i) => {
+    assert.strictEqual((i % 2 ? result.frames : result.partitions).length, i % 2 ? r.frames.length : 2);
+  });
+});
