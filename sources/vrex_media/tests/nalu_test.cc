@@ -77,8 +77,9 @@ TEST(NaluTest, AnnexBToAvccNeverOverrunsItsBuffer) {
 }
 
 TEST(NaluTest, FixtureFramesConvertBothWays) {
-  const char* const kFixtures[] = {"h264_baseline", "h264_main", "h264_high", "h264_crop",
-                                   "h264_ntsc",     "h265_main", "h265_main10", "h265_notiming"};
+  const char* const kFixtures[] = {"h264_baseline", "h264_main",     "h264_high",
+                                   "h264_crop",     "h264_ntsc",     "h264_notiming",
+                                   "h265_main",     "h265_main10",   "h265_notiming"};
   nalu_avcc_to_b_t toAnnexB;
   nalu_b_to_avcc_t toAvcc;
   for (const char* name : kFixtures) {

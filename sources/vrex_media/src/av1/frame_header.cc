@@ -15,8 +15,6 @@ using internal::BitReader;
 constexpr uint8_t kPrimaryRefNone = 7;
 constexpr uint8_t kAllFrames = 0xFF;
 constexpr unsigned kRefsPerFrame = 7;
-constexpr unsigned kSuperresNum = 8;
-constexpr unsigned kSuperresDenomMin = 9;
 constexpr unsigned kSelect = 2;
 
 struct Sizes {
