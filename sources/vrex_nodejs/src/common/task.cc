@@ -1,7 +1,6 @@
 // Task: the road from Enqueue to the destructor, across the Work thread and libuv handles.
 #include "common/task.h"
 
-#include <cinttypes>
 #include <cstdio>
 
 #include "abstraction/logging.h"
