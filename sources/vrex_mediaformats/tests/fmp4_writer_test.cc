@@ -342,6 +342,32 @@ TEST(WriterFMP4, ProgressiveOrderAndSegment) {
   EXPECT_EQ(Be(&mvhd[96 + 8], 4), 3u);  // next track id
 }
 
+TEST(WriterFMP4, VideoOnlySegment) {
+  MP4TrackInfo video = VideoInfo();
+  FileSink sink;
+  std::unique_ptr<WriterFMP4> writer = RunSteps(nullptr, &video, false, false, 1000, {{'V', 0}}, sink);
+  ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
+  EXPECT_EQ(sink.log, "BeginMOOV 1 EndMOOV BeginFragment 2 2 2 2 2 2 EndFragment");
+  std::string text(sink.init.begin(), sink.init.end());
+  size_t mvhd = text.find("mvhd") - 4;
+  EXPECT_EQ(sink.mvhdDurationOffset, mvhd + 24);
+  EXPECT_EQ(Be(&sink.init[mvhd + 96 + 8], 4), 2u);  // next track id
+  size_t trex = text.find("trex");
+  EXPECT_EQ(text.find("trex", trex + 4), std::string::npos);
+  EXPECT_EQ(Be(&sink.init[trex + 8], 4), 1u);  // track id
+  EXPECT_EQ(text.find("soun"), std::string::npos);
+  // The fragment: moof (mfhd sequence 1), video traf with tfhd flags 0x020008, mdat of the
+  // 4 sample bytes, whose offset in trun points just past the mdat header.
+  const Bytes& fragment = sink.fragments[0];
+  std::string f(fragment.begin(), fragment.end());
+  EXPECT_EQ(Be(&fragment[f.find("mfhd") + 8], 4), 1u);
+  EXPECT_EQ(Be(&fragment[f.find("tfhd") + 4], 4), 0x020008u);
+  size_t trun = f.find("trun");
+  uint32_t moofSize = uint32_t(Be(&fragment[0], 4));
+  EXPECT_EQ(Be(&fragment[trun + 12], 4), moofSize + 8);
+  EXPECT_EQ(Bytes(fragment.begin() + moofSize, fragment.end()), (Bytes{0, 0, 0, 12, 'm', 'd', 'a', 't', 0x21, 0x10, 0x04, 0x60}));
+}
+
 TEST(WriterFMP4, Failures) {
   MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
   FileSink sink;

@@ -50,7 +50,6 @@ int WriterFMP4Impl::Initialize(const MP4TrackInfo* audio, const MP4TrackInfo* vi
                                bool wallClockTimestamps) {
   if (_pObserver == nullptr) return VREX_ERROR(ERR_MEDIAFORMATS_NULL_OBSERVER);
   _progressive = progressive;
-  _fragmentDurationRequested = fragmentDuration;
   _wallClockTimestamps = wallClockTimestamps;
   _trace = getenv("ADDON_WRITER_FMP4_TRACE") != nullptr;
   if (audio == nullptr && video == nullptr) {
@@ -281,6 +280,10 @@ bool WriterFMP4Impl::CloseFragment(const media::dts_cts_t& end, media::timestamp
     return false;
   }
   _fragmentOpen = false;
+  if (_trace) {
+    LOGD << " WriterFMP4Impl::CloseFragment " << _name << " sequence=" << _fragmentSequence << " moof=" << moofSize
+         << " mdat=" << mdatSize << " video samples=" << _video._sampleCount << " audio samples=" << _audio._sampleCount;
+  }
   if (!SendFragment()) return false;
   if (audioLast != nullptr && _audio.exists()) *audioLast = _audio.GetLastTimestamp();
   if (videoLast != nullptr && _video.exists()) *videoLast = _video.GetLastTimestamp();

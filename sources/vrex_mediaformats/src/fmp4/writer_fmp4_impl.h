@@ -80,13 +80,11 @@ class WriterFMP4Impl : public WriterFMP4 {
   media::dts_cts_t _maxPts;
   media::dts_cts_t _lastVideoDtsCts;
   std::deque<std::unique_ptr<BufferedAudio>> _bufferedAudio;
-  media::timestamp_t _fragmentDurationRequested;
   bool _fragmentOnKf = false;
-  int _lastError = 0;
   media::clock_sync_t _clockSync;
   media::clock_sync_t _latestClockSync;
   bool _wallClockTimestamps = false;
-  bool _trace = false;
+  bool _trace = false;  // ADDON_WRITER_FMP4_TRACE is set: a debug line per fragment
   std::vector<uint8_t> _strippedAv1;
 };
 
