@@ -26,6 +26,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int peekError = 0;
     frame->pDataSource->PeekBuffer(payload.data(), frame->offset, payload.size(), peekError);
   }
-  reader->SeekToWallClock(0, 0);
+  reader->SeekToWallClock(0, vrex::mediaformats::SNAP_TO_IDR_BEFORE);
   return 0;
 }

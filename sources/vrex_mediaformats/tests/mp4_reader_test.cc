@@ -187,11 +187,15 @@ TEST(ReaderMp4, ReadPastTheEndAndRewind) {
   int error = -1;
   EXPECT_EQ(m.reader->ReadFrame(error), nullptr);
   EXPECT_EQ(error, 0);
-  EXPECT_EQ(m.reader->SeekToWallClock(123456, 1).second, 0);
+  EXPECT_EQ(m.reader->SeekToWallClock(123456, SNAP_TO_IDR_AFTER).second, 0);
   EXPECT_EQ(m.Frames().size(), count);
   long start = 0, stop = 0;
   EXPECT_EQ(m.reader->GetStartStopTimestamp(start, stop), ERR_MEDIAFORMATS_NOT_IMPLEMENTED);
   EXPECT_EQ(m.reader->SeekToRawOffset(0), ERR_MEDIAFORMATS_NOT_IMPLEMENTED);
+  std::vector<fragment_t> fragments;
+  EXPECT_EQ(m.reader->ListFragments(0, 1000, fragments), ERR_MEDIAFORMATS_NOT_IMPLEMENTED);
+  EXPECT_EQ(m.reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, error), nullptr);
+  EXPECT_EQ(error, ERR_MEDIAFORMATS_NOT_IMPLEMENTED);
 }
 
 TEST(ReaderMp4, StructuralFailures) {

@@ -58,18 +58,25 @@ class ReaderMp4Impl : public ReaderMp4 {
   media::dts_cts_t GetStartTimestamp() const override { return _start; }
   media::dts_cts_t GetEndTimestamp() const override { return _end; }
 
-  const media::frame_t* ReadFrame(int& error) override {
+  media::frame_t* ReadFrame(int& error) override {
     error = 0;
     if (!_moov || _next >= _moov->frames.size()) return nullptr;
     return &_moov->frames[_next++];
   }
 
-  std::pair<long, int> SeekToWallClock(long, int) override {
+  std::pair<long, int> SeekToWallClock(long, snap_to_idr_t) override {
     _next = 0;
     return {-1, 0};
   }
 
   int SeekToRawOffset(long) override { return VREX_ERROR(ERR_MEDIAFORMATS_NOT_IMPLEMENTED); }
+  const partition_t* ReadPartition(PartitionLastTimestampType, int& err) override {
+    err = VREX_ERROR(ERR_MEDIAFORMATS_NOT_IMPLEMENTED);
+    return nullptr;
+  }
+  int ListFragments(long, long, std::vector<fragment_t>&) override {
+    return VREX_ERROR(ERR_MEDIAFORMATS_NOT_IMPLEMENTED);
+  }
   int GetStartStopTimestamp(long&, long&) override { return VREX_ERROR(ERR_MEDIAFORMATS_NOT_IMPLEMENTED); }
 
  private:

@@ -9,9 +9,11 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "media/frame.h"
 #include "media/timestamp.h"
+#include "mediaformats/vrx/partition.h"
 
 namespace vrex {
 namespace mediaformats {
@@ -43,11 +45,14 @@ class ReaderMp4 {
   // The next frame, valid until the reader is destroyed (the list lives as long as the
   // reader); null with `error` 0 at the end. Its payload is `size` bytes at `offset` in its
   // `pDataSource`.
-  virtual const media::frame_t* ReadFrame(int& error) = 0;
+  virtual media::frame_t* ReadFrame(int& error) = 0;
   // Rewinds to the first frame whatever the arguments; returns {-1, 0}.
-  virtual std::pair<long, int> SeekToWallClock(long millis, int snapMode) = 0;
-  // Not available on MP4 files: ERR_MEDIAFORMATS_NOT_IMPLEMENTED.
+  virtual std::pair<long, int> SeekToWallClock(long millis, snap_to_idr_t mode) = 0;
+  // Not available on MP4 files: ERR_MEDIAFORMATS_NOT_IMPLEMENTED (ReadPartition: null with
+  // `err` set).
   virtual int SeekToRawOffset(long offset) = 0;
+  virtual const partition_t* ReadPartition(PartitionLastTimestampType type, int& err) = 0;
+  virtual int ListFragments(long startMillis, long endMillis, std::vector<fragment_t>& out) = 0;
   virtual int GetStartStopTimestamp(long& start, long& stop) = 0;
 };
 
