@@ -8,17 +8,11 @@ const fs = require('fs');
 const path = require('path');
 
 const { vidora, tempDir } = require('./helpers');
-const { findTool } = require('../tools/vrx_write');
+const { findTool, childEnv, holdFlock } = require('../tools/vrx_tools');
 
 const CLI = path.join(__dirname, '..', 'bin', 'vidora.js');
 const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
 const dir = tempDir('vidora-cli-');
-
-function childEnv() {
-  const env = { ...process.env };
-  delete env.LD_PRELOAD;
-  return env;
-}
 
 // The CLI runs in a node of its own, with the sanitizer runtimes when this run has them.
 function cli(...args) {
@@ -146,13 +140,12 @@ test('errors give a clear message and their own exit status', async () => {
 
   const locked = path.join(dir, 'locked.vrx');
   fs.copyFileSync(SAMPLE, locked);
-  const child = spawn('flock', ['-x', locked, '-c', 'echo locked; read line'], { env: childEnv() });
-  await new Promise((resolve) => child.stdout.once('data', resolve));
+  const holder = await holdFlock(locked, '-x');
   try {
     const run = await cliAsync('info', locked);
     assert.strictEqual(run.status, 5);
     assert.match(run.stderr, /locked\.vrx: locked by another process \(gave up after 1\.5 s\)/);
   } finally {
-    await new Promise((resolve) => { child.once('exit', resolve); child.stdin.end(); });
+    await holder.release();
   }
 });

@@ -5,25 +5,18 @@
 // was written, and payload offsets against the bytes of the file.
 const test = require('node:test');
 const assert = require('assert');
-const { spawn, spawnSync } = require('child_process');
+const { spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
 const { vidora, tempDir } = require('./helpers');
-const { writeVrx } = require('../tools/vrx_write');
+const { writeVrx, childEnv, holdFlock } = require('../tools/vrx_tools');
 
 const T0 = 1767225600000;  // 2026-01-01T00:00:00.000Z
 const TIMED_OUT = 0x80000004 | 0;
 const FILE_NOT_FOUND = 0x80000002 | 0;
 const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
 const dir = tempDir('vidora-listing-');
-
-// Child processes without the sanitizer runtimes that the sanitized run preloads into node.
-function childEnv() {
-  const env = { ...process.env };
-  delete env.LD_PRELOAD;
-  return env;
-}
 
 function call(fn, arg) {
   return new Promise((resolve) => {
@@ -446,16 +439,6 @@ test('bad files give an error object or a sane result, never a crash', async () 
     }
   }
 });
-
-// A child process that holds flock on `file` until its stdin closes.
-async function holdFlock(file, mode) {
-  const child = spawn('flock', [mode, file, '-c', 'echo locked; read line'], { env: childEnv() });
-  await new Promise((resolve, reject) => {
-    child.stdout.once('data', resolve);
-    child.once('error', reject);
-  });
-  return { release: () => new Promise((resolve) => { child.once('exit', resolve); child.stdin.end(); }) };
-}
 
 test('a file held exclusively by another process times out after 1.5 s; a shared holder does not block', async () => {
   const r = mainRecording();

@@ -4,7 +4,7 @@
 #include "abstraction/logging.h"
 #include "common/clock.h"
 #include "media/codec_tags.h"
-#include "vrxutils/vrx_read_locks.h"
+#include "vrxutils/vrx_read_session.h"
 
 namespace vrex {
 namespace nodejs {

@@ -6,7 +6,7 @@
 #include "errors/errors.h"
 #include "nodejs/errors.h"
 #include "vrxutils/js_media_objects.h"
-#include "vrxutils/vrx_read_locks.h"
+#include "vrxutils/vrx_read_session.h"
 
 namespace vrex {
 namespace nodejs {

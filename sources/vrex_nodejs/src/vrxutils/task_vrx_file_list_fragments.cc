@@ -5,7 +5,7 @@
 #include "common/clock.h"
 #include "common/property_reader.h"
 #include "vrxutils/js_media_objects.h"
-#include "vrxutils/vrx_read_locks.h"
+#include "vrxutils/vrx_read_session.h"
 
 namespace vrex {
 namespace nodejs {

@@ -1,5 +1,5 @@
 // VrxReadSession: the shared locks and the reader of a listing task.
-#include "vrxutils/vrx_read_locks.h"
+#include "vrxutils/vrx_read_session.h"
 
 #include "abstraction/logging.h"
 #include "common/clock.h"

@@ -1,7 +1,8 @@
 'use strict';
-// Finds the tools of a build tree, and runs vrx_write on a description (see vrx_write.cc):
-// used by the tests and the benchmarks to make .vrx files with WriterVREX.
-const { spawnSync } = require('child_process');
+// What the tests and the benchmarks need around .vrx files: the tools of a build tree,
+// vrx_write run on a description (see vrx_write.cc) to make files with WriterVREX, and another
+// process holding flock on a file.
+const { spawn, spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
@@ -31,4 +32,23 @@ function writeVrx(file, lines) {
   return JSON.parse(run.stdout);
 }
 
-module.exports = { findTool, writeVrx };
+// The environment for child processes: without the sanitizer runtimes that a sanitized test
+// run preloads into node.
+function childEnv() {
+  const env = { ...process.env };
+  delete env.LD_PRELOAD;
+  return env;
+}
+
+// Starts flock(1) holding `file` with `mode` ('-x' exclusive, '-s' shared); resolves once it
+// holds the lock, with release(), which ends the holder.
+async function holdFlock(file, mode) {
+  const child = spawn('flock', [mode, file, '-c', 'echo locked; read line'], { env: childEnv() });
+  await new Promise((resolve, reject) => {
+    child.stdout.once('data', resolve);
+    child.once('error', reject);
+  });
+  return { release: () => new Promise((resolve) => { child.once('exit', resolve); child.stdin.end(); }) };
+}
+
+module.exports = { findTool, writeVrx, childEnv, holdFlock };
