@@ -197,6 +197,42 @@ TEST_F(TaskTest, WithoutAFreeWorkTheTaskNeverRunsAndKeepsItsSlot) {
   EXPECT_EQ(_pool->InProgressSize(), 1u);
 }
 
+// A task kind that keeps the base end: with no completion callback it must reach no
+// JavaScript, and still free its slot.
+class SilentTask : public Task {
+ public:
+  explicit SilentTask(Napi::Env& env, long timeoutMs, Gate* gate)
+      : Task(env, 0, "", "test", false, timeoutMs, async_callback_info_t{}), _gate(gate) {}
+  int SignalWork() override {
+    if (_gate != nullptr) _gate->Wait();
+    return 0;
+  }
+
+ private:
+  Gate* _gate;
+};
+
+TEST_F(TaskTest, WithoutACallbackTheBaseEndCallsNothingAndFreesTheSlot) {
+  Napi::Env env(nullptr);
+  Gate gate;
+  // [timeoutMs, gate]: a plain end, and a timed-out end followed by the late one.
+  const std::pair<long, Gate*> cases[] = {{-1, nullptr}, {5, &gate}};
+  for (const auto& entry : cases) {
+    auto task = std::make_shared<SilentTask>(env, entry.first, entry.second);
+    EXPECT_EQ(task->Name(), "unk");
+    std::weak_ptr<Task> watch = task;
+    const Task* running = task.get();  // alive until its gate opens
+    _pool->Enqueue(std::move(task), false);
+    if (entry.second != nullptr) {
+      RunLoopUntil([&] { return running->TimedOut(); });
+      entry.second->Open();
+    }
+    RunLoopUntil([&] { return watch.expired(); });
+    EXPECT_EQ(_pool->InProgressSize(), 0u);
+  }
+  EXPECT_EQ(_pool->Stats().at("unk").count, 2u);
+}
+
 TEST(WorkPoolTest, SizeIsFixedByTheFirstRequest) {
   EXPECT_EQ(SetWorkPoolMaxSize(kTestWorkThreads), kTestWorkThreads);
   std::vector<std::shared_ptr<Work>> taken;
