@@ -207,33 +207,6 @@ TEST(WriterFMP4, FragmentBoundariesAndBaseTimes) {
   }
 }
 
-// Hand-made streams: video frames are any bytes, audio raw AAC.
-const uint8_t kAvcC[] = {1, 0x42, 0xC0, 0x1E, 0xFF, 0xE1, 0, 4, 0x67, 0x42, 0xC0, 0x1E, 1, 0, 2, 0x68, 0xCE};
-const uint8_t kAsc[] = {0x11, 0x90};
-
-MP4TrackInfo VideoInfo() {
-  MP4TrackInfo v;
-  v._pCodecBytes = kAvcC;
-  v._codecBytesSize = sizeof(kAvcC);
-  v._defaultSampleDuration = 3000;
-  v._timescale = 90000;
-  v._width = 640;
-  v._height = 480;
-  v._codecType = media::TAG_VH264;
-  v._rfc6381Codec = "avc1.42C01E";
-  return v;
-}
-
-MP4TrackInfo AudioInfo() {
-  MP4TrackInfo a;
-  a._pCodecBytes = kAsc;
-  a._codecBytesSize = 2;
-  a._timescale = 48000;
-  a._channels = 1;
-  a._codecType = media::TAG_AAAC;
-  a._rfc6381Codec = "mp4a.40.2";
-  return a;
-}
 
 struct step_t {
   char kind;  // 'V' key video, 'P' other video, 'A' audio
@@ -258,7 +231,7 @@ std::unique_ptr<WriterFMP4> RunSteps(const MP4TrackInfo* audio, const MP4TrackIn
 }
 
 TEST(WriterFMP4, FragmentingRules) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   struct case_t {
     const char* what;
     bool withAudio, onKeyFrames;
@@ -310,7 +283,7 @@ TEST(WriterFMP4, FragmentingRules) {
 }
 
 TEST(WriterFMP4, ProgressiveOrderAndSegment) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   video._extendedVideoMetadata = true;
   FileSink sink;
   std::unique_ptr<WriterFMP4> writer = RunSteps(&audio, &video, true, false, 1000, {{'V', 0}, {'A', 0}, {'P', 90000}, {'A', 1024}}, sink);
@@ -343,7 +316,7 @@ TEST(WriterFMP4, ProgressiveOrderAndSegment) {
 }
 
 TEST(WriterFMP4, VideoOnlySegment) {
-  MP4TrackInfo video = VideoInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo();
   FileSink sink;
   std::unique_ptr<WriterFMP4> writer = RunSteps(nullptr, &video, false, false, 1000, {{'V', 0}}, sink);
   ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
@@ -369,7 +342,7 @@ TEST(WriterFMP4, VideoOnlySegment) {
 }
 
 TEST(WriterFMP4, Failures) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   FileSink sink;
   int error = 0;
   EXPECT_EQ(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 0), false, false, &sink, error), nullptr);
@@ -405,7 +378,7 @@ TEST(WriterFMP4, Failures) {
 }
 
 TEST(WriterFMP4, WallClockBaseTimes) {
-  MP4TrackInfo video = VideoInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo();
   FileSink sink;
   int error = 0;
   std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", nullptr, &video, false, media::timestamp_t(1000, 1000), false, true, &sink, error));

@@ -10,6 +10,7 @@
 #include <memory>
 #include <sstream>
 
+#include "media/codec_tags.h"
 #include "mediaformats/mp4/reader_mp4.h"
 
 namespace vrex {
@@ -157,13 +158,6 @@ std::vector<std::string> DecodedMd5s(const std::string& path, const std::string&
   return md5s;
 }
 
-}  // namespace testing
-}  // namespace mediaformats
-}  // namespace vrex
-
-namespace vrex {
-namespace mediaformats {
-namespace testing {
 
 bool MemoryMp4File::WriteMP4Data(const unsigned char* data, size_t size) {
   if (fail) return false;
@@ -232,6 +226,36 @@ std::vector<owned_frame_t> ReadAllFrames(const std::string& path) {
     frames.push_back(std::move(owned));
   }
   return frames;
+}
+
+namespace {
+const uint8_t kAvcC[] = {1, 0x42, 0xC0, 0x1E, 0xFF, 0xE1, 0, 4, 0x67, 0x42, 0xC0, 0x1E, 1, 0, 2, 0x68, 0xCE};
+const uint8_t kAsc[] = {0x11, 0x90};
+}  // namespace
+
+MP4TrackInfo SmallVideoInfo() {
+  MP4TrackInfo v;
+  v._pCodecBytes = kAvcC;
+  v._codecBytesSize = sizeof(kAvcC);
+  v._defaultSampleDuration = 3000;
+  v._timescale = 90000;
+  v._width = 640;
+  v._height = 480;
+  v._codecType = media::TAG_VH264;
+  v._rfc6381Codec = "avc1.42C01E";
+  return v;
+}
+
+MP4TrackInfo SmallAudioInfo() {
+  MP4TrackInfo a;
+  a._pCodecBytes = kAsc;
+  a._codecBytesSize = 2;
+  a._defaultSampleDuration = 1024;
+  a._timescale = 48000;
+  a._channels = 2;
+  a._codecType = media::TAG_AAAC;
+  a._rfc6381Codec = "mp4a.40.2";
+  return a;
 }
 
 std::vector<uint8_t> FindBoxBody(const std::vector<uint8_t>& file, const char* type) {

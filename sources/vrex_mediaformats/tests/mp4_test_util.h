@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "media/frame.h"
+#include "mediaformats/mp4/mp4_track_info.h"
+#include "mediaformats/mp4/writer_mp4.h"
 
 namespace vrex {
 namespace mediaformats {
@@ -52,16 +54,6 @@ std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track);
 // whatever their timing and their stream order.
 std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec);
 
-}  // namespace testing
-}  // namespace mediaformats
-}  // namespace vrex
-
-#include "mediaformats/mp4/mp4_track_info.h"
-#include "mediaformats/mp4/writer_mp4.h"
-
-namespace vrex {
-namespace mediaformats {
-namespace testing {
 
 // A file in memory behind WriterMP4::Observer: writes at a position, seeks, and a log of the
 // seeks made.
@@ -94,6 +86,11 @@ struct source_tracks_t {
   bool hasVideo = false;
 };
 source_tracks_t TracksOf(const std::vector<owned_frame_t>& frames, uint32_t width, uint32_t height);
+
+// Small hand-made tracks: H.264 640x480 at 90 kHz, 3000 ticks a frame, with a baseline avcC;
+// AAC LC 48 kHz stereo (AudioSpecificConfig 11 90).
+MP4TrackInfo SmallVideoInfo();
+MP4TrackInfo SmallAudioInfo();
 
 // The body of the first box of `type` found anywhere in `file` by its type letters (header
 // excluded); empty when none.

@@ -54,7 +54,9 @@ TEST(WriterMP4, FfmpegPacketsRoundTrip) {
     int status = 0;
     std::string complaints = testing::RunCommand("ffmpeg -v error -i '" + out + "' -f null - 2>&1", status);
     EXPECT_EQ(status, 0);
-    if (!reordered) EXPECT_EQ(complaints, "") << name;
+    if (!reordered) {
+      EXPECT_EQ(complaints, "") << name;
+    }
 
     // Our tracks: audio 1 then video 2; the source's: video 1 then audio 2.
     std::vector<packet_t> probed = testing::ProbePackets(out);
@@ -106,31 +108,6 @@ Bytes Words(std::initializer_list<uint32_t> words) {
   return out;
 }
 
-const uint8_t kAvcC[] = {1, 0x42, 0xC0, 0x1E, 0xFF, 0xE1, 0, 4, 0x67, 0x42, 0xC0, 0x1E, 1, 0, 2, 0x68, 0xCE};
-const uint8_t kAsc[] = {0x11, 0x90};
-
-MP4TrackInfo VideoInfo() {
-  MP4TrackInfo v;
-  v._pCodecBytes = kAvcC;
-  v._codecBytesSize = sizeof(kAvcC);
-  v._defaultSampleDuration = 3000;
-  v._timescale = 90000;
-  v._width = 640;
-  v._height = 480;
-  v._codecType = media::TAG_VH264;
-  return v;
-}
-
-MP4TrackInfo AudioInfo() {
-  MP4TrackInfo a;
-  a._pCodecBytes = kAsc;
-  a._codecBytesSize = 2;
-  a._defaultSampleDuration = 1024;
-  a._timescale = 48000;
-  a._channels = 2;
-  a._codecType = media::TAG_AAAC;
-  return a;
-}
 
 struct frame_spec_t {
   char kind;  // 'V' or 'A'
@@ -155,7 +132,7 @@ Bytes Write(const MP4TrackInfo* audio, const MP4TrackInfo* video, const std::vec
 }
 
 TEST(WriterMP4, HeaderBytes) {
-  MP4TrackInfo video = VideoInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo();
   MemoryMp4File file;
   Bytes idr = Nal(0x65, 10);
   Bytes out = Write(nullptr, &video, {{'V', 0, idr}}, file);
@@ -167,11 +144,11 @@ TEST(WriterMP4, HeaderBytes) {
   EXPECT_EQ(Bytes(out.begin() + 48, out.begin() + 48 + 15), idr);
   // Without an announced size the size is patched: one seek to 0, one to 40, one back.
   EXPECT_EQ(file.seeks, (std::vector<long>{0, 40, 63}));
-  EXPECT_EQ(testing::FindBoxBody(out, "avcC"), Bytes(kAvcC, kAvcC + sizeof(kAvcC)));
+  EXPECT_EQ(testing::FindBoxBody(out, "avcC"), Bytes(video._pCodecBytes, video._pCodecBytes + video._codecBytesSize));
 }
 
 TEST(WriterMP4, SampleTables) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   Bytes v = Nal(0x41, 5), a = {0x21, 0x10, 0x04};
   struct case_t {
     const char* what;
@@ -205,7 +182,7 @@ TEST(WriterMP4, SampleTables) {
 }
 
 TEST(WriterMP4, Durations) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   Bytes v = Nal(0x41, 5), a = {0x21, 0x10, 0x04};
   MemoryMp4File file;
   // Video: 3 x 3000 at 90000 = 100 ms. Audio: 4 x 1024 at 48000 = 85.33 ms, but the audio
@@ -225,7 +202,7 @@ TEST(WriterMP4, Durations) {
 }
 
 TEST(WriterMP4, AudioOnlyAndInterleavedAudioChunks) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   Bytes v = Nal(0x41, 5), a = {0x21, 0x10, 0x04};
   MemoryMp4File file;
   Bytes out = Write(&audio, &video, {{'V', 0, v}, {'V', 3000, v}, {'A', 0, a}, {'A', 1024, a}, {'V', 6000, v}}, file);
@@ -252,7 +229,7 @@ TEST(WriterMP4, AudioOnlyAndInterleavedAudioChunks) {
 }
 
 TEST(WriterMP4, PictureUnitsOnly) {
-  MP4TrackInfo video = VideoInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo();
   Bytes idr = Nal(0x65, 7);
   struct case_t {
     const char* what;
@@ -278,7 +255,7 @@ TEST(WriterMP4, PictureUnitsOnly) {
 }
 
 TEST(WriterMP4, AnnouncedMdatSize) {
-  MP4TrackInfo video = VideoInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo();
   Bytes idr = Nal(0x65, 10);  // 15 bytes
   for (unsigned long announced : {16ul + 15, 16ul + 14}) {
     MemoryMp4File file;
@@ -298,7 +275,7 @@ TEST(WriterMP4, AnnouncedMdatSize) {
 }
 
 TEST(WriterMP4, Failures) {
-  MP4TrackInfo video = VideoInfo(), audio = AudioInfo();
+  MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   MemoryMp4File file;
   int error = 0;
   EXPECT_EQ(WriterMP4::Create("test", nullptr, nullptr, &file, error), nullptr);

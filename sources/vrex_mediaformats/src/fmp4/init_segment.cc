@@ -102,23 +102,7 @@ bool PutTrak(BoxBuffer& out, const TrackContext& track, uint32_t creation) {
   out.Put16(0x55C4);  // "und"
   out.Put16(0);
   out.EndBox(mdhd);
-  size_t hdlr = out.BeginFullBox("hdlr", 0, 0);
-  out.Put32(0);
-  out.PutFourcc(track._isAudio ? "soun" : "vide");
-  out.PutZeros(12);
-  const char* name = track._isAudio ? "SoundHandler" : "VideoHandler";
-  out.PutBytes(name, strlen(name) + 1);
-  out.EndBox(hdlr);
-  size_t minf = out.BeginBox("minf");
-  size_t mediaHeader = out.BeginFullBox(track._isAudio ? "smhd" : "vmhd", 0, track._isAudio ? 0 : 1);
-  out.PutZeros(track._isAudio ? 4 : 8);
-  out.EndBox(mediaHeader);
-  size_t dinf = out.BeginBox("dinf");
-  size_t dref = out.BeginFullBox("dref", 0, 0);
-  out.Put32(1);
-  out.EndBox(out.BeginFullBox("url ", 0, 1));
-  out.EndBox(dref);
-  out.EndBox(dinf);
+  size_t minf = PutHandlerAndMinfHead(out, !track._isAudio, track._isAudio ? "SoundHandler" : "VideoHandler");
   if (!PutStbl(out, track)) return false;
   out.EndBox(minf);
   out.EndBox(mdia);

@@ -114,6 +114,27 @@ std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, uint16
   return entry;
 }
 
+size_t PutHandlerAndMinfHead(BoxBuffer& out, bool isVideo, const char* name) {
+  size_t hdlr = out.BeginFullBox("hdlr", 0, 0);
+  out.Put32(0);
+  out.PutFourcc(isVideo ? "vide" : "soun");
+  out.PutZeros(12);
+  out.PutBytes(name, strlen(name) + 1);
+  out.EndBox(hdlr);
+  size_t minf = out.BeginBox("minf");
+  // vmhd: graphics mode and colour; smhd: balance and reserved.
+  size_t mediaHeader = out.BeginFullBox(isVideo ? "vmhd" : "smhd", 0, isVideo ? 1 : 0);
+  out.PutZeros(isVideo ? 8 : 4);
+  out.EndBox(mediaHeader);
+  size_t dinf = out.BeginBox("dinf");
+  size_t dref = out.BeginFullBox("dref", 0, 0);
+  out.Put32(1);
+  out.EndBox(out.BeginFullBox("url ", 0, 1));
+  out.EndBox(dref);
+  out.EndBox(dinf);
+  return minf;
+}
+
 stts_t::stts_t(uint32_t defaultDuration) : full_box_t("stts", 0, 0), _defaultDuration(defaultDuration) {}
 
 void stts_t::AddSample(const media::dts_cts_t& dtsCts) {
@@ -260,30 +281,7 @@ void trak_t::WriteMdia(BoxBuffer& out) const {
   out.Put16(0);
   out.EndBox(mdhd);
 
-  size_t hdlr = out.BeginFullBox("hdlr", 0, 0);
-  out.Put32(0);
-  out.PutFourcc(_info.isVideo ? "vide" : "soun");
-  out.PutZeros(12);
-  const char* name = _info.isVideo ? "Video track" : "Sound track";
-  out.PutBytes(name, strlen(name) + 1);
-  out.EndBox(hdlr);
-
-  size_t minf = out.BeginBox("minf");
-  if (_info.isVideo) {
-    size_t vmhd = out.BeginFullBox("vmhd", 0, 1);
-    out.PutZeros(8);  // graphics mode, colour
-    out.EndBox(vmhd);
-  } else {
-    size_t smhd = out.BeginFullBox("smhd", 0, 0);
-    out.PutZeros(4);  // balance, reserved
-    out.EndBox(smhd);
-  }
-  size_t dinf = out.BeginBox("dinf");
-  size_t dref = out.BeginFullBox("dref", 0, 0);
-  out.Put32(1);
-  out.EndBox(out.BeginFullBox("url ", 0, 1));
-  out.EndBox(dref);
-  out.EndBox(dinf);
+  size_t minf = PutHandlerAndMinfHead(out, _info.isVideo, _info.isVideo ? "Video track" : "Sound track");
   WriteStbl(out);
   out.EndBox(minf);
   out.EndBox(mdia);

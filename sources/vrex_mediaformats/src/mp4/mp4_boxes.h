@@ -100,6 +100,10 @@ class mp4a_t : public sample_entry_t {
 std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, uint16_t channels,
                                                 const std::string& compressorName);
 
+// hdlr ("vide" or "soun" and `name`), then the start of minf with vmhd or smhd and dinf
+// (one self-contained url). Returns where minf starts, for EndBox after the sample tables.
+size_t PutHandlerAndMinfHead(BoxBuffer& out, bool isVideo, const char* name);
+
 // Decoding time deltas, run-length coded in the clock of the frames.
 class stts_t : public full_box_t {
  public:

@@ -92,12 +92,10 @@ bool EarlierDts(const media::frame_t& a, const media::frame_t& b) {
 }  // namespace
 
 int moov_t::Read(DataSource* source) {
-  while (source->Cursor() < end) {
-    if (end - source->Cursor() < 8) return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
-    int error = 0;
-    std::unique_ptr<box_t> child = ReadBox(source, error);
-    if (!child) return error;
-    if (child->end > end) return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
+  std::vector<std::unique_ptr<box_t>> children;
+  int err = ReadChildBoxes(source, children);
+  if (err < 0) return err;
+  for (auto& child : children) {
     if (child->type == Fourcc("mvhd")) {
       if (mvhd) {
         LOGE << "<-# moov_t::Read FAILED! a second mvhd at " << child->start;
@@ -116,7 +114,7 @@ int moov_t::Read(DataSource* source) {
     return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
   }
   for (const auto& trak : traks) {
-    int err = AddTrackFrames(*trak, source);
+    err = AddTrackFrames(*trak, source);
     if (err < 0) return err;
   }
   std::stable_sort(frames.begin(), frames.end(), EarlierDts);

@@ -143,14 +143,14 @@ int free_t::Read(DataSource* source) {
   return 0;
 }
 
-int container_t::ReadChildren(DataSource* source) {
+int box_t::ReadChildBoxes(DataSource* source, std::vector<std::unique_ptr<box_t>>& out) const {
   while (source->Cursor() < end) {
     if (end - source->Cursor() < 8) return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
     int error = 0;
     std::unique_ptr<box_t> child = ReadBox(source, error);
     if (!child) return error;
     if (child->end > end) return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
-    children.push_back(std::move(child));
+    out.push_back(std::move(child));
   }
   return 0;
 }

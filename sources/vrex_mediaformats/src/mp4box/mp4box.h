@@ -51,6 +51,9 @@ class box_t {
   virtual int Read(DataSource* source) = 0;
   // Reads bytes up to a zero byte (consumed, not kept) or the end of the box.
   int ReadString(DataSource* source, std::string& out) const;
+  // Reads boxes from the cursor to the end of this box into `out`; a child that runs past
+  // this box fails.
+  int ReadChildBoxes(DataSource* source, std::vector<std::unique_ptr<box_t>>& out) const;
 };
 
 // Any box stepped over: mdat, free, skip and the types not parsed.
@@ -75,7 +78,7 @@ class container_t : public box_t {
 
  protected:
   int Read(DataSource* source) override { return ReadChildren(source); }
-  int ReadChildren(DataSource* source);
+  int ReadChildren(DataSource* source) { return ReadChildBoxes(source, children); }
 };
 
 // A box read whole into memory and parsed from there.
