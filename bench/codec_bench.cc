@@ -51,13 +51,15 @@ Frames Slices(const std::string& name, const std::string& ext, const std::string
     while (spans >> span) {
       const size_t colon = span.find(':');
       const size_t pos = std::stoul(span.substr(0, colon));
-      frames.emplace_back(file.begin() + pos, file.begin() + pos + std::stoul(span.substr(colon + 1)));
+      frames.emplace_back(file.begin() + pos,
+                          file.begin() + pos + std::stoul(span.substr(colon + 1)));
     }
   }
   return frames;
 }
 
-Frames Collect(const std::vector<std::string>& names, const std::string& ext, const std::string& key) {
+Frames Collect(const std::vector<std::string>& names, const std::string& ext,
+               const std::string& key) {
   Frames all;
   for (const std::string& name : names) {
     Frames frames = Slices(name, ext, key);
@@ -66,10 +68,12 @@ Frames Collect(const std::vector<std::string>& names, const std::string& ext, co
   return all;
 }
 
-const std::vector<std::string> kH264 = {"h264_baseline", "h264_main", "h264_high", "h264_crop", "h264_ntsc"};
+const std::vector<std::string> kH264 = {"h264_baseline", "h264_main", "h264_high", "h264_crop",
+                                        "h264_ntsc"};
 const std::vector<std::string> kH265 = {"h265_main", "h265_main10", "h265_notiming"};
 const std::vector<std::string> kAv1 = {"av1_main8", "av1_main10"};
-const std::vector<std::string> kAac = {"aac_44100_mono", "aac_44100_stereo", "aac_48000_mono", "aac_48000_stereo"};
+const std::vector<std::string> kAac = {"aac_44100_mono", "aac_44100_stereo", "aac_48000_mono",
+                                       "aac_48000_stereo"};
 
 Frames AvccFrames() {
   Frames frames = Collect(kH264, ".mp4", "mp4_samples");
@@ -120,7 +124,8 @@ void StripAv1(benchmark::State& state, const Frames& frames) {
   Bytes out;
   for (auto _ : state) {
     for (const Bytes& frame : frames) {
-      if (!ms::media::av1::StripAV1(frame.data(), frame.size(), out)) state.SkipWithError("strip failed");
+      if (!ms::media::av1::StripAV1(frame.data(), frame.size(), out))
+        state.SkipWithError("strip failed");
       benchmark::DoNotOptimize(out.data());
     }
     benchmark::ClobberMemory();
@@ -201,7 +206,8 @@ int main(int argc, char** argv) {
   benchmark::RegisterBenchmark("memcpy/avcc", Memcpy, avcc);
   benchmark::RegisterBenchmark("nalu_avcc_to_b/avcc", Convert<vrex::media::nalu_avcc_to_b_t>, avcc);
   benchmark::RegisterBenchmark("memcpy/annexb", Memcpy, annexB);
-  benchmark::RegisterBenchmark("nalu_b_to_avcc/annexb", Convert<vrex::media::nalu_b_to_avcc_t>, annexB);
+  benchmark::RegisterBenchmark("nalu_b_to_avcc/annexb", Convert<vrex::media::nalu_b_to_avcc_t>,
+                               annexB);
   benchmark::RegisterBenchmark("memcpy/av1", Memcpy, av1);
   benchmark::RegisterBenchmark("StripAV1/av1", StripAv1, av1);
   benchmark::RegisterBenchmark("memcpy/adts", Memcpy, adts);
@@ -209,22 +215,26 @@ int main(int argc, char** argv) {
   using vrex::media::codec_info_t;
   benchmark::RegisterBenchmark("codec_info_h264", [&](benchmark::State& state) {
     CodecInfo(state, [&](int& error) -> codec_info_t* {
-      return vrex::media::codec_info_video_h264_t::GetInstance(h264Key.data(), h264Key.size(), 90000, error);
+      return vrex::media::codec_info_video_h264_t::GetInstance(h264Key.data(), h264Key.size(),
+                                                               90000, error);
     });
   });
   benchmark::RegisterBenchmark("codec_info_h265", [&](benchmark::State& state) {
     CodecInfo(state, [&](int& error) -> codec_info_t* {
-      return vrex::media::codec_info_video_h265_t::GetInstance(h265Key.data(), h265Key.size(), 90000, error);
+      return vrex::media::codec_info_video_h265_t::GetInstance(h265Key.data(), h265Key.size(),
+                                                               90000, error);
     });
   });
   benchmark::RegisterBenchmark("codec_info_av1", [&](benchmark::State& state) {
     CodecInfo(state, [&](int& error) -> codec_info_t* {
-      return vrex::media::codec_info_video_av1_t::GetInstance(av1Key.data(), av1Key.size(), 90000, error);
+      return vrex::media::codec_info_video_av1_t::GetInstance(av1Key.data(), av1Key.size(), 90000,
+                                                              error);
     });
   });
   benchmark::RegisterBenchmark("codec_info_aac", [&](benchmark::State& state) {
     CodecInfo(state, [&](int& error) -> codec_info_t* {
-      return vrex::media::codec_info_audio_aac_t::GetInstance(adtsFrame.data(), adtsFrame.size(), false, error);
+      return vrex::media::codec_info_audio_aac_t::GetInstance(adtsFrame.data(), adtsFrame.size(),
+                                                              false, error);
     });
   });
   benchmark::Initialize(&argc, argv);

@@ -17,8 +17,8 @@ int BitsReaderState::ReadBitsImpl(size_t n, size_t width, uint64_t& out) {
   size_t left = n;
   while (left > 0) {
     const unsigned bitInByte = static_cast<unsigned>(cursor & 7);
-    const unsigned take = static_cast<unsigned>(
-        left < static_cast<size_t>(8 - bitInByte) ? left : 8 - bitInByte);
+    const unsigned take =
+        static_cast<unsigned>(left < static_cast<size_t>(8 - bitInByte) ? left : 8 - bitInByte);
     const unsigned byte = pData[cursor >> 3];
     const unsigned bits = (byte >> (8 - bitInByte - take)) & ((1u << take) - 1);
     value = (value << take) | bits;

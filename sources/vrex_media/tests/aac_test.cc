@@ -21,7 +21,9 @@ using vrex::mediaformats::internal::StripAdts;
 using Bytes = std::vector<uint8_t>;
 
 struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const { vrex::media::codec_info_t::FreeInstance(p); }
+  void operator()(vrex::media::codec_info_t* p) const {
+    vrex::media::codec_info_t::FreeInstance(p);
+  }
 };
 using AacPtr = std::unique_ptr<codec_info_audio_aac_t, Deleter>;
 
@@ -30,12 +32,15 @@ const int kAdtsError = vrex::errors::MakeError(12, 16);
 // An ADTS header with CRC absent: sync, MPEG-4, layer 0, then profile, index, channels and
 // the 13-bit frame length.
 Bytes Adts(unsigned profile, unsigned index, unsigned channels, unsigned length) {
-  return {0xFF, 0xF1,
+  return {0xFF,
+          0xF1,
           static_cast<uint8_t>(profile << 6 | index << 2 | channels >> 2),
           static_cast<uint8_t>((channels & 3) << 6 | (length >> 11)),
           static_cast<uint8_t>(length >> 3),
           static_cast<uint8_t>((length & 7) << 5 | 0x1F),
-          0xFC, 0, 0};
+          0xFC,
+          0,
+          0};
 }
 
 TEST(AacTest, FixturesMatchFfprobeAndFfmpegConfig) {
@@ -160,22 +165,36 @@ TEST(AacTest, HeaderAndConfigCases) {
       {"ADTS LC 8k 5.1", Adts(1, 11, 6, 9), false, 0, 8000, 6, "15b0", "mp4a.40.2"},
       {"ADTS Main refused", Adts(0, 4, 2, 9), false, kInvalid, 0, 0, "", ""},
       {"ADTS index 13", Adts(1, 13, 2, 9), false, kInvalid, 0, 0, "", ""},
-      {"ADTS index 15", Adts(1, 15, 2, 9), false, vrex::media::ERR_MEDIA_NOT_IMPLEMENTED, 0, 0, "", ""},
+      {"ADTS index 15", Adts(1, 15, 2, 9), false, vrex::media::ERR_MEDIA_NOT_IMPLEMENTED, 0, 0, "",
+       ""},
       {"ADTS too short", {0xFF, 0xF1, 0x50, 0x80}, false, kInvalid, 0, 0, "", ""},
       {"config HE-AAC 24k", {0x2B, 0x08}, true, 0, 24000, 1, "2b08", "mp4a.40.5"},
       // Object type 31 escapes to 32 + 6 bits (here 42 = 32 + 10): cut to 5 bits in the
       // two-byte config.
       {"config escaped type", {0xF9, 0x46, 0x40}, true, 0, 48000, 2, "5190", "mp4a.40.10"},
-      {"config explicit rate", {0x17, 0x80, 0x01, 0xF4, 0x10}, true, 0, 1000, 2, "1790",
+      {"config explicit rate",
+       {0x17, 0x80, 0x01, 0xF4, 0x10},
+       true,
+       0,
+       1000,
+       2,
+       "1790",
        "mp4a.40.2"},
       {"config index 13 gives rate 0", {0x16, 0x90}, true, 0, 0, 2, "1690", "mp4a.40.2"},
-      {"config too short", {0x12}, true, vrex::abstraction::ERR_ABSTRACTION_RANGE_NOT_AVAILABLE, 0, 0,
-       "", ""},
+      {"config too short",
+       {0x12},
+       true,
+       vrex::abstraction::ERR_ABSTRACTION_RANGE_NOT_AVAILABLE,
+       0,
+       0,
+       "",
+       ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     int error = 0;
-    AacPtr info(codec_info_audio_aac_t::GetInstance(c.data.data(), c.data.size(), c.isConfig, error));
+    AacPtr info(
+        codec_info_audio_aac_t::GetInstance(c.data.data(), c.data.size(), c.isConfig, error));
     if (c.error != 0) {
       EXPECT_EQ(nullptr, info);
       EXPECT_EQ(c.error, error);

@@ -1,13 +1,14 @@
 // AV1 codec information and OBU handling against libaom streams: ffprobe's size and profile,
 // the av1C box ffmpeg muxed, the samples ffmpeg wrote (its muxer drops temporal delimiters
 // too), and codec strings worked out by hand from the av1C bytes.
+#include "media/av1/av1.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
 #include "codec_fixtures.h"
-#include "media/av1/av1.h"
 #include "media/av1/codec_info_av1.h"
 #include "media/errors.h"
 #include "media/frame.h"
@@ -19,7 +20,9 @@ using vrex::media::codec_info_video_av1_t;
 using Bytes = std::vector<uint8_t>;
 
 struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const { vrex::media::codec_info_t::FreeInstance(p); }
+  void operator()(vrex::media::codec_info_t* p) const {
+    vrex::media::codec_info_t::FreeInstance(p);
+  }
 };
 using Av1Ptr = std::unique_ptr<codec_info_video_av1_t, Deleter>;
 
@@ -63,7 +66,8 @@ TEST(Av1Test, FixturesMatchFfprobeAndFfmpegAv1C) {
     // ffmpeg appends the sequence header OBU (configOBUs) to the 4 fixed bytes; this system
     // writes the 4 bytes only and leaves the sequence header in the samples.
     ASSERT_EQ(4u, info->GetISO14496CodecBufferLength());
-    EXPECT_EQ(expect["config_hex"].substr(0, 8), codec_fixtures::ToHex(info->GetISO14496CodecBuffer(), 4));
+    EXPECT_EQ(expect["config_hex"].substr(0, 8),
+              codec_fixtures::ToHex(info->GetISO14496CodecBuffer(), 4));
   }
 }
 
@@ -83,7 +87,8 @@ TEST(Av1Test, StripAv1GivesFfmpegsSamples) {
     }
     // The sequence header stays in the key sample, as ffmpeg's configOBUs show it.
     const Bytes config = codec_fixtures::FromHex(expect["config_hex"]);
-    EXPECT_EQ(Bytes(config.begin() + 4, config.end()), Bytes(samples[0].begin(), samples[0].begin() + (config.size() - 4)));
+    EXPECT_EQ(Bytes(config.begin() + 4, config.end()),
+              Bytes(samples[0].begin(), samples[0].begin() + (config.size() - 4)));
   }
 }
 
@@ -153,8 +158,8 @@ TEST(Av1Test, FrameHeaderBeforeSequenceHeaderFails) {
 
 TEST(Av1Test, InterFramesAfterTheKeyFrameKeepTheSize) {
   auto expect = codec_fixtures::Expectations("av1_main8");
-  const auto samples = codec_fixtures::Slices(codec_fixtures::ReadFile("av1_main8.mp4"),
-                                              expect["mp4_samples"]);
+  const auto samples =
+      codec_fixtures::Slices(codec_fixtures::ReadFile("av1_main8.mp4"), expect["mp4_samples"]);
   ms::media::av1::State state;
   for (size_t i = 0; i < samples.size(); ++i) {
     ASSERT_TRUE(state.Parse(samples[i].data(), samples[i].size())) << i;

@@ -13,9 +13,9 @@
 #include "codec_fixtures.h"
 #include "media/aac/codec_info_aac.h"
 #include "media/av1/codec_info_av1.h"
+#include "media/errors.h"
 #include "media/frame.h"
 #include "media/h264/codec_info_h264.h"
-#include "media/errors.h"
 #include "media/hevc/codec_info_h265.h"
 
 namespace {

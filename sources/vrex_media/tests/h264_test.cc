@@ -1,5 +1,7 @@
 // H.264 codec information against x264 streams: ffprobe's size, profile, level and frame
 // rate, the avcC box ffmpeg muxed, and codec strings worked out by hand from the SPS bytes.
+#include "media/h264/h264.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -10,7 +12,6 @@
 #include "media/errors.h"
 #include "media/frame.h"
 #include "media/h264/codec_info_h264.h"
-#include "media/h264/h264.h"
 
 namespace {
 
@@ -18,7 +19,9 @@ using vrex::media::codec_info_video_h264_t;
 using Bytes = std::vector<uint8_t>;
 
 struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const { vrex::media::codec_info_t::FreeInstance(p); }
+  void operator()(vrex::media::codec_info_t* p) const {
+    vrex::media::codec_info_t::FreeInstance(p);
+  }
 };
 using H264Ptr = std::unique_ptr<codec_info_video_h264_t, Deleter>;
 
@@ -62,7 +65,8 @@ TEST(H264Test, FixturesMatchFfprobeAndFfmpegAvcC) {
     EXPECT_EQ(c.ffprobeProfile, expect["profile"]);
     EXPECT_EQ(c.profileIdc, info->_pSPS[1]);
     EXPECT_EQ(std::stoul(expect["level"]), info->_pSPS[3]);
-    const auto rate = codec_fixtures::Reduced(info->_frameRateNominator, info->_frameRateDenominator);
+    const auto rate =
+        codec_fixtures::Reduced(info->_frameRateNominator, info->_frameRateDenominator);
     if (c.hasTiming) {
       EXPECT_EQ(codec_fixtures::ParseRate(expect["r_frame_rate"]), rate);
     } else {
@@ -86,7 +90,7 @@ TEST(H264Test, CroppedSizeAndTiming) {
   EXPECT_EQ(1078u, crop->_height);
   H264Ptr ntsc = FromFrame(codec_fixtures::ReadFile("h264_ntsc.key"), error);
   ASSERT_NE(nullptr, ntsc);
-  EXPECT_EQ(60000u, ntsc->_frameRateNominator);  // time_scale
+  EXPECT_EQ(60000u, ntsc->_frameRateNominator);   // time_scale
   EXPECT_EQ(2002u, ntsc->_frameRateDenominator);  // 2 * num_units_in_tick
   EXPECT_NEAR(29.97, ntsc->GetFPS(), 0.001);
   EXPECT_NEAR(3003.0, ntsc->GetLogicalDuration(), 1e-9);
@@ -127,13 +131,13 @@ Bytes Sps(uint32_t numUnitsInTick, uint32_t timeScale) {
   w.Bits(66, 8);
   w.Bits(0xC0, 8);
   w.Bits(30, 8);
-  w.Ue(0);   // seq_parameter_set_id
-  w.Ue(0);   // log2_max_frame_num_minus4
-  w.Ue(2);   // pic_order_cnt_type
-  w.Ue(1);   // max_num_ref_frames
+  w.Ue(0);  // seq_parameter_set_id
+  w.Ue(0);  // log2_max_frame_num_minus4
+  w.Ue(2);  // pic_order_cnt_type
+  w.Ue(1);  // max_num_ref_frames
   w.Bits(0, 1);
-  w.Ue(19);  // 20 macroblocks wide
-  w.Ue(14);  // 15 high
+  w.Ue(19);      // 20 macroblocks wide
+  w.Ue(14);      // 15 high
   w.Bits(1, 1);  // frame_mbs_only_flag
   w.Bits(1, 1);  // direct_8x8_inference_flag
   w.Bits(0, 1);  // frame_cropping_flag
@@ -216,7 +220,8 @@ TEST(H264Test, CopyIsDeep) {
   ASSERT_NE(nullptr, info);
   codec_info_video_h264_t copy(*info);
   EXPECT_NE(info->_pSPS, copy._pSPS);
-  EXPECT_EQ(Bytes(info->_pSPS, info->_pSPS + info->_spsSize), Bytes(copy._pSPS, copy._pSPS + copy._spsSize));
+  EXPECT_EQ(Bytes(info->_pSPS, info->_pSPS + info->_spsSize),
+            Bytes(copy._pSPS, copy._pSPS + copy._spsSize));
   EXPECT_EQ(Bytes(info->_pISO14496, info->_pISO14496 + info->_iso14496Size),
             Bytes(copy._pISO14496, copy._pISO14496 + copy._iso14496Size));
   EXPECT_EQ(info->_rfc6381Codec, copy._rfc6381Codec);

@@ -19,7 +19,9 @@ using vrex::media::codec_info_video_h265_t;
 using Bytes = std::vector<uint8_t>;
 
 struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const { vrex::media::codec_info_t::FreeInstance(p); }
+  void operator()(vrex::media::codec_info_t* p) const {
+    vrex::media::codec_info_t::FreeInstance(p);
+  }
 };
 using H265Ptr = std::unique_ptr<codec_info_video_h265_t, Deleter>;
 
@@ -92,8 +94,9 @@ TEST(HevcTest, FixturesMatchFfprobeAndFfmpegHvcC) {
     }
     const Bytes ours(info->GetISO14496CodecBuffer(),
                      info->GetISO14496CodecBuffer() + info->GetISO14496CodecBufferLength());
-    EXPECT_EQ(codec_fixtures::ToHex(AsThisSystemWritesIt(codec_fixtures::FromHex(expect["config_hex"])).data(),
-                                    ours.size()),
+    EXPECT_EQ(codec_fixtures::ToHex(
+                  AsThisSystemWritesIt(codec_fixtures::FromHex(expect["config_hex"])).data(),
+                  ours.size()),
               codec_fixtures::ToHex(ours.data(), ours.size()));
     EXPECT_EQ(codec_fixtures::FromHex(expect["config_hex"]).size(), ours.size());
   }
@@ -171,7 +174,8 @@ TEST(HevcTest, ParserReadsAnnexBAndSei) {
     std::vector<size_t> seiCounts;
     void onNALUnit(std::shared_ptr<HEVC::NALUnit> unit, const HEVC::Parser::Info&) override {
       types.push_back(unit->getType());
-      if (auto sei = std::dynamic_pointer_cast<HEVC::SEI>(unit)) seiCounts.push_back(sei->sei_message.size());
+      if (auto sei = std::dynamic_pointer_cast<HEVC::SEI>(unit))
+        seiCounts.push_back(sei->sei_message.size());
     }
   } counter;
   parser.addConsumer(&counter);

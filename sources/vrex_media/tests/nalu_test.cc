@@ -51,7 +51,7 @@ TEST(NaluTest, AnnexBToAvcc) {
       {{0, 0, 0, 1, 0xAA, 0, 0, 1, 0xBB}, {0, 0, 0, 1, 0xAA, 0, 0, 0, 1, 0xBB}},
       {{0, 0, 1, 0xAA, 0, 0, 1, 0xBB, 0, 0, 1, 0xCC},
        {0, 0, 0, 1, 0xAA, 0, 0, 0, 1, 0xBB, 0, 0, 0, 1, 0xCC}},  // output larger than input
-      {{0xAA, 0xBB}, {0, 0, 0, 2, 0xAA, 0xBB}},                    // no start code: one unit
+      {{0xAA, 0xBB}, {0, 0, 0, 2, 0xAA, 0xBB}},                  // no start code: one unit
       {{0, 0, 0, 1}, {}},
       {{}, {}},
       // A zero before a start code counts as part of it: the unit loses that byte.
@@ -77,9 +77,9 @@ TEST(NaluTest, AnnexBToAvccNeverOverrunsItsBuffer) {
 }
 
 TEST(NaluTest, FixtureFramesConvertBothWays) {
-  const char* const kFixtures[] = {"h264_baseline", "h264_main",     "h264_high",
-                                   "h264_crop",     "h264_ntsc",     "h264_notiming",
-                                   "h265_main",     "h265_main10",   "h265_notiming"};
+  const char* const kFixtures[] = {"h264_baseline", "h264_main",   "h264_high",
+                                   "h264_crop",     "h264_ntsc",   "h264_notiming",
+                                   "h265_main",     "h265_main10", "h265_notiming"};
   nalu_avcc_to_b_t toAnnexB;
   nalu_b_to_avcc_t toAvcc;
   for (const char* name : kFixtures) {
@@ -88,9 +88,8 @@ TEST(NaluTest, FixtureFramesConvertBothWays) {
     const std::string ext = std::string(name).substr(0, 4) == "h264" ? ".h264" : ".h265";
     const auto packets =
         codec_fixtures::Slices(codec_fixtures::ReadFile(name + ext), expect["es_packets"]);
-    const auto samples =
-        codec_fixtures::Slices(codec_fixtures::ReadFile(std::string(name) + ".mp4"),
-                               expect["mp4_samples"]);
+    const auto samples = codec_fixtures::Slices(
+        codec_fixtures::ReadFile(std::string(name) + ".mp4"), expect["mp4_samples"]);
     ASSERT_EQ(packets.size(), samples.size());
     ASSERT_FALSE(samples.empty());
     for (size_t i = 0; i < samples.size(); ++i) {

@@ -37,7 +37,7 @@ codec_info_audio_aac_t* codec_info_audio_aac_t::GetInstance(const frame_t& frame
 }
 
 codec_info_audio_aac_t* codec_info_audio_aac_t::GetInstance(const uint8_t* data, size_t size,
-                                                             bool isConfig, int& error) {
+                                                            bool isConfig, int& error) {
   codec_info_audio_aac_t* info = new codec_info_audio_aac_t();
   if (isConfig) {
     error = info->InitFromConfig(data, size);

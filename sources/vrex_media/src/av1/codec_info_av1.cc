@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <vector>
 
-#include "abstraction/datasource.h"
 #include "abstraction/logging.h"
 #include "frame_bytes.h"
 #include "media/errors.h"
@@ -12,10 +11,6 @@
 
 namespace vrex {
 namespace media {
-
-namespace {
-constexpr size_t kMinFrameSize = 12;
-}  // namespace
 
 codec_info_video_av1_t::codec_info_video_av1_t() : codec_info_video_t(TAG_VAV1) {}
 
@@ -27,7 +22,7 @@ codec_info_video_av1_t::codec_info_video_av1_t(const codec_info_video_av1_t& oth
 }
 
 codec_info_video_av1_t* codec_info_video_av1_t::GetInstance(const frame_t& frame, int& error) {
-  if (!frame.keyFrame || frame.size < static_cast<int64_t>(kMinFrameSize)) {
+  if (!frame.keyFrame || frame.size < static_cast<int64_t>(internal::kMinVideoFrameSize)) {
     LOGE << "<-# codec_info_video_av1_t::GetInstance #1 FAILED! Not a key frame or not enough data";
     error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
     return nullptr;
@@ -37,40 +32,22 @@ codec_info_video_av1_t* codec_info_video_av1_t::GetInstance(const frame_t& frame
     error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
     return nullptr;
   }
-  internal::frame_bytes_t bytes;
-  error = internal::GetFrameBytes(frame, bytes);
-  if (error < 0) return nullptr;
-  return GetInstance(bytes.data, bytes.size, frame.dtsCts.clockRate, error);
+  return internal::BuildVideoInfo<codec_info_video_av1_t>(frame, "codec_info_video_av1_t", error);
 }
 
 codec_info_video_av1_t* codec_info_video_av1_t::GetInstance(const unsigned char* data, size_t size,
                                                             unsigned clockRate, int& error) {
-  if (data == nullptr || size < kMinFrameSize) {
-    LOGE << "<-# codec_info_video_av1_t::GetInstance FAILED! Not enough data";
-    error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
-    return nullptr;
-  }
-  codec_info_video_av1_t* info = new codec_info_video_av1_t();
-  error = info->Init(data, size, clockRate);
-  if (error < 0) {
-    LOGE << "<-# codec_info_video_av1_t::GetInstance FAILED! Init failed";
-    delete info;
-    return nullptr;
-  }
-  return info;
+  return internal::BuildVideoInfo<codec_info_video_av1_t>(data, size, clockRate,
+                                                          "codec_info_video_av1_t", error);
 }
 
 int codec_info_video_av1_t::Init(abstraction::DataSource* source, unsigned clockRate, size_t size) {
-  const long available = source->Size() - source->Cursor();
-  if (available < 0 || static_cast<size_t>(available) < size) {
+  std::vector<uint8_t> bytes;
+  const int err = internal::ReadFromSource(source, static_cast<long>(size), bytes);
+  if (err < 0) {
     LOGE << "<-# codec_info_video_av1_t::ParseObus not enough data to read frame. data_size="
-         << size << " available=" << available;
-    return VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
-  }
-  std::vector<uint8_t> bytes(size);
-  if (size > 0) {
-    const long read = source->ReadBuffer(bytes.data(), size);
-    if (read < 0) return static_cast<int>(read);
+         << size;
+    return err;
   }
   return Init(bytes.data(), bytes.size(), clockRate);
 }
@@ -133,7 +110,8 @@ void codec_info_video_av1_t::ComputeISO14496() {
   uint8_t record[4];
   record[0] = 0x81;
   record[1] = static_cast<uint8_t>(sh.seq_profile << 5 | (sh.seq_level_idx[0] & 31));
-  record[2] = static_cast<uint8_t>(sh.seq_tier[0] << 7 | cc.high_bitdepth << 6 | cc.twelve_bit << 5);
+  record[2] =
+      static_cast<uint8_t>(sh.seq_tier[0] << 7 | cc.high_bitdepth << 6 | cc.twelve_bit << 5);
   if (cc.mono_chrome)
     record[2] |= 0x10;
   else

@@ -90,12 +90,12 @@ void ParseInterRefs(BitReader& br, const OBPSequenceHeader& sh, OBPFrameHeader& 
   }
 }
 
-void ParseFrameHeader(BitReader& br, const OBPSequenceHeader& sh, OBPState& state,
-                      int temporal_id, int spatial_id, OBPFrameHeader& fh) {
-  const unsigned idLen = sh.frame_id_numbers_present_flag
-                             ? sh.additional_frame_id_length_minus_1 +
-                                   sh.delta_frame_id_length_minus_2 + 3u
-                             : 0;
+void ParseFrameHeader(BitReader& br, const OBPSequenceHeader& sh, OBPState& state, int temporal_id,
+                      int spatial_id, OBPFrameHeader& fh) {
+  const unsigned idLen =
+      sh.frame_id_numbers_present_flag
+          ? sh.additional_frame_id_length_minus_1 + sh.delta_frame_id_length_minus_2 + 3u
+          : 0;
   const bool temporalPointInfo =
       sh.decoder_model_info_present_flag && !sh.timing_info.equal_picture_interval;
   const unsigned presentationTimeBits =
@@ -120,8 +120,8 @@ void ParseFrameHeader(BitReader& br, const OBPSequenceHeader& sh, OBPState& stat
     if (fh.show_frame && temporalPointInfo) br.f(presentationTimeBits);
     fh.showable_frame =
         fh.show_frame ? fh.frame_type != OBP_KEY_FRAME : static_cast<uint8_t>(br.f(1));
-    const bool resilient = fh.frame_type == OBP_SWITCH_FRAME ||
-                           (fh.frame_type == OBP_KEY_FRAME && fh.show_frame);
+    const bool resilient =
+        fh.frame_type == OBP_SWITCH_FRAME || (fh.frame_type == OBP_KEY_FRAME && fh.show_frame);
     fh.error_resilient_mode = resilient ? 1 : static_cast<uint8_t>(br.f(1));
   }
   const bool frameIsIntra = fh.frame_type == OBP_INTRA_ONLY_FRAME || fh.frame_type == OBP_KEY_FRAME;
@@ -156,8 +156,8 @@ void ParseFrameHeader(BitReader& br, const OBPSequenceHeader& sh, OBPState& stat
       }
     }
   }
-  const bool refreshAll = fh.frame_type == OBP_SWITCH_FRAME ||
-                          (fh.frame_type == OBP_KEY_FRAME && fh.show_frame);
+  const bool refreshAll =
+      fh.frame_type == OBP_SWITCH_FRAME || (fh.frame_type == OBP_KEY_FRAME && fh.show_frame);
   fh.refresh_frame_flags = refreshAll ? kAllFrames : static_cast<uint8_t>(br.f(8));
   if ((!frameIsIntra || fh.refresh_frame_flags != kAllFrames) && fh.error_resilient_mode &&
       sh.enable_order_hint)

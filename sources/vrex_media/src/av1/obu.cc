@@ -42,26 +42,41 @@ int ReadLeb128(const uint8_t* buf, size_t size, uint64_t* value, ptrdiff_t* cons
 
 const char* OBUTypeToString(int type) {
   switch (type) {
-    case OBU_SEQUENCE_HEADER: return "OBU_SEQUENCE_HEADER";
-    case OBU_TEMPORAL_DELIMITER: return "OBU_TEMPORAL_DELIMITER";
-    case OBU_FRAME_HEADER: return "OBU_FRAME_HEADER";
-    case OBU_TILE_GROUP: return "OBU_TILE_GROUP";
-    case OBU_METADATA: return "OBU_METADATA";
-    case OBU_FRAME: return "OBU_FRAME";
-    case OBU_REDUNDANT_FRAME_HEADER: return "OBU_REDUNDANT_FRAME_HEADER";
-    case OBU_TILE_LIST: return "OBU_TILE_LIST";
-    case OBU_PADDING: return "OBU_PADDING";
-    default: return "Unknown OBPOBUType";
+    case OBU_SEQUENCE_HEADER:
+      return "OBU_SEQUENCE_HEADER";
+    case OBU_TEMPORAL_DELIMITER:
+      return "OBU_TEMPORAL_DELIMITER";
+    case OBU_FRAME_HEADER:
+      return "OBU_FRAME_HEADER";
+    case OBU_TILE_GROUP:
+      return "OBU_TILE_GROUP";
+    case OBU_METADATA:
+      return "OBU_METADATA";
+    case OBU_FRAME:
+      return "OBU_FRAME";
+    case OBU_REDUNDANT_FRAME_HEADER:
+      return "OBU_REDUNDANT_FRAME_HEADER";
+    case OBU_TILE_LIST:
+      return "OBU_TILE_LIST";
+    case OBU_PADDING:
+      return "OBU_PADDING";
+    default:
+      return "Unknown OBPOBUType";
   }
 }
 
 const char* OBUFrameTypeToString(int type) {
   switch (type) {
-    case OBP_KEY_FRAME: return "KEY_FRAME";
-    case OBP_INTER_FRAME: return "INTER_FRAME";
-    case OBP_INTRA_ONLY_FRAME: return "INTRA_ONLY_FRAME";
-    case OBP_SWITCH_FRAME: return "SWITCH_FRAME";
-    default: return "Unknown OBPFrameType";
+    case OBP_KEY_FRAME:
+      return "KEY_FRAME";
+    case OBP_INTER_FRAME:
+      return "INTER_FRAME";
+    case OBP_INTRA_ONLY_FRAME:
+      return "INTRA_ONLY_FRAME";
+    case OBP_SWITCH_FRAME:
+      return "SWITCH_FRAME";
+    default:
+      return "Unknown OBPFrameType";
   }
 }
 
@@ -99,7 +114,8 @@ int obp_get_next_obu(const uint8_t* buf, size_t buf_size, OBPOBUType* obu_type, 
     ptrdiff_t consumed = 0;
     char inner[128] = {0};
     OBPError innerErr = {inner, sizeof(inner)};
-    if (ReadLeb128(buf + pos, buf_size - static_cast<size_t>(pos), &size, &consumed, &innerErr) < 0) {
+    if (ReadLeb128(buf + pos, buf_size - static_cast<size_t>(pos), &size, &consumed, &innerErr) <
+        0) {
       char text[192];
       std::snprintf(text, sizeof(text), "Failed to read OBU size: %s", inner);
       internal::SetError(err, text);

@@ -161,7 +161,8 @@ void ParseSequenceHeader(BitReader& br, OBPSequenceHeader& sh) {
   sh.frame_height_bits_minus_1 = static_cast<uint8_t>(br.f(4));
   sh.max_frame_width_minus_1 = br.f(sh.frame_width_bits_minus_1 + 1u);
   sh.max_frame_height_minus_1 = br.f(sh.frame_height_bits_minus_1 + 1u);
-  if (!sh.reduced_still_picture_header) sh.frame_id_numbers_present_flag = static_cast<uint8_t>(br.f(1));
+  if (!sh.reduced_still_picture_header)
+    sh.frame_id_numbers_present_flag = static_cast<uint8_t>(br.f(1));
   if (sh.frame_id_numbers_present_flag) {
     sh.delta_frame_id_length_minus_2 = static_cast<uint8_t>(br.f(4));
     sh.additional_frame_id_length_minus_1 = static_cast<uint8_t>(br.f(3));

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "abstraction/byte_order.h"
-#include "abstraction/datasource.h"
 #include "abstraction/logging.h"
 #include "frame_bytes.h"
 #include "media/errors.h"
@@ -18,7 +17,6 @@ namespace vrex {
 namespace media {
 
 namespace {
-constexpr size_t kMinFrameSize = 12;
 constexpr uint32_t kMaxParameterSetSize = 65535;  // the avcC length field is 16 bits
 
 uint8_t* Duplicate(const uint8_t* data, uint64_t size) {
@@ -47,44 +45,25 @@ codec_info_video_h264_t::~codec_info_video_h264_t() {
 }
 
 codec_info_video_h264_t* codec_info_video_h264_t::GetInstance(const frame_t& frame, int& error) {
-  if (!frame.keyFrame || frame.size < static_cast<int64_t>(kMinFrameSize) ||
+  if (!frame.keyFrame || frame.size < static_cast<int64_t>(internal::kMinVideoFrameSize) ||
       (frame.pData == nullptr && frame.pDataSource == nullptr && frame.pCodecConfig == nullptr)) {
     LOGE << "<-# codec_info_video_h264_t::GetInstance FAILED! Invalid H264 frame data";
     error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
     return nullptr;
   }
-  internal::frame_bytes_t bytes;
-  error = internal::GetFrameBytes(frame, bytes);
-  if (error < 0) return nullptr;
-  return GetInstance(bytes.data, bytes.size, frame.dtsCts.clockRate, error);
+  return internal::BuildVideoInfo<codec_info_video_h264_t>(frame, "codec_info_video_h264_t", error);
 }
 
 codec_info_video_h264_t* codec_info_video_h264_t::GetInstance(const unsigned char* data,
                                                               size_t size, unsigned clockRate,
                                                               int& error) {
-  if (data == nullptr || size < kMinFrameSize) {
-    LOGE << "<-# codec_info_video_h264_t::GetInstance FAILED! Invalid frame. Not enough data to "
-            "read the size or marker ";
-    error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
-    return nullptr;
-  }
-  codec_info_video_h264_t* info = new codec_info_video_h264_t();
-  error = info->Init(data, size, clockRate);
-  if (error < 0) {
-    LOGE << "<-# codec_info_video_h264_t::GetInstance FAILED! Init() FAILED! errorCode=" << error;
-    delete info;
-    return nullptr;
-  }
-  return info;
+  return internal::BuildVideoInfo<codec_info_video_h264_t>(data, size, clockRate,
+                                                           "codec_info_video_h264_t", error);
 }
 
 int codec_info_video_h264_t::Init(abstraction::DataSource* source, unsigned clockRate) {
-  const long available = source->Size() - source->Cursor();
-  std::vector<uint8_t> bytes(available > 0 ? static_cast<size_t>(available) : 0);
-  if (!bytes.empty()) {
-    const long read = source->ReadBuffer(bytes.data(), bytes.size());
-    if (read < 0) return read;
-  }
+  std::vector<uint8_t> bytes;
+  VREX_CHECK(internal::ReadFromSource(source, -1, bytes));
   return Init(bytes.data(), bytes.size(), clockRate);
 }
 

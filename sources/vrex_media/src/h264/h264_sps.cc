@@ -1,4 +1,7 @@
 // H.264 SPS and VUI parsing (ITU-T H.264 7.3.2.1.1, E.1.1) and the cropped resolution.
+#include <algorithm>
+#include <iterator>
+
 #include "abstraction/errors.h"
 #include "abstraction/logging.h"
 #include "h264_syntax.h"
@@ -23,13 +26,8 @@ int Fail(const char* what, int err) {
 // The profiles whose SPS carries chroma_format_idc and what belongs to it. 135 is left out
 // on purpose.
 bool HasChromaBlock(uint64_t profile) {
-  switch (profile) {
-    case 44: case 83: case 86: case 100: case 110: case 118:
-    case 122: case 128: case 134: case 138: case 139: case 244:
-      return true;
-    default:
-      return false;
-  }
+  static const uint64_t kProfiles[] = {44, 83, 86, 100, 110, 118, 122, 128, 134, 138, 139, 244};
+  return std::find(std::begin(kProfiles), std::end(kProfiles), profile) != std::end(kProfiles);
 }
 
 int ParseChromaBlock(BitsReaderState& bits, sps_t& sps) {
@@ -65,8 +63,7 @@ int ParsePicOrderCount(BitsReaderState& bits, sps_t& sps) {
     if ((err = bits.ReadBits(1, sps.delta_pic_order_always_zero_flag)) < 0 ||
         (err = bits.ReadSEG(nonRef)) < 0 || (err = bits.ReadSEG(topToBottom)) < 0 ||
         (err = bits.ReadUEG(sps.num_ref_frames_in_pic_order_cnt_cycle)) < 0)
-      return Fail("delta_pic_order_always_zero_flag to num_ref_frames_in_pic_order_cnt_cycle",
-                  err);
+      return Fail("delta_pic_order_always_zero_flag to num_ref_frames_in_pic_order_cnt_cycle", err);
     sps.offset_for_non_ref_pic = nonRef;
     sps.offset_for_top_to_bottom_field = topToBottom;
     // Each value takes at least one bit: a count beyond the bits left fails on its own.
@@ -87,19 +84,19 @@ int ParseCropping(BitsReaderState& bits, sps_t& sps) {
   if ((err = bits.ReadBits(1, sps.direct_8x8_inference_flag)) < 0 ||
       (err = bits.ReadBits(1, sps.frame_cropping_flag)) < 0)
     return Fail("direct_8x8_inference_flag or frame_cropping_flag", err);
-  if (sps.frame_cropping_flag &&
-      ((err = bits.ReadUEG(sps.frame_crop_left_offset)) < 0 ||
-       (err = bits.ReadUEG(sps.frame_crop_right_offset)) < 0 ||
-       (err = bits.ReadUEG(sps.frame_crop_top_offset)) < 0 ||
-       (err = bits.ReadUEG(sps.frame_crop_bottom_offset)) < 0))
+  if (sps.frame_cropping_flag && ((err = bits.ReadUEG(sps.frame_crop_left_offset)) < 0 ||
+                                  (err = bits.ReadUEG(sps.frame_crop_right_offset)) < 0 ||
+                                  (err = bits.ReadUEG(sps.frame_crop_top_offset)) < 0 ||
+                                  (err = bits.ReadUEG(sps.frame_crop_bottom_offset)) < 0))
     return Fail("frame_crop_{left, right, top, bottom}_offset", err);
   return 0;
 }
 }  // namespace
 
 int ParseSPS(const uint8_t* nal, size_t size, sps_t& sps) {
-  if (size < 1) return Fail("profile_idc to seq_parameter_set_id", VREX_ERROR(
-      vrex::abstraction::ERR_ABSTRACTION_RANGE_NOT_AVAILABLE));
+  if (size < 1)
+    return Fail("profile_idc to seq_parameter_set_id",
+                VREX_ERROR(vrex::abstraction::ERR_ABSTRACTION_RANGE_NOT_AVAILABLE));
   BitsReaderState bits(nal + 1, size - 1);
   int err = 0;
   if ((err = bits.ReadBits(8, sps.profile_idc)) < 0 ||
@@ -129,8 +126,7 @@ int ParseSPS(const uint8_t* nal, size_t size, sps_t& sps) {
   if ((err = bits.ReadUEG(sps.max_num_ref_frames)) < 0 ||
       (err = bits.ReadBits(1, sps.gaps_in_frame_num_value_allowed_flag)) < 0 ||
       (err = bits.ReadUEG(sps.pic_width_in_mbs_minus1)) < 0 ||
-      (err = bits.ReadUEG(
-           sps.pic_height_in_map_units_minus1)) < 0 ||
+      (err = bits.ReadUEG(sps.pic_height_in_map_units_minus1)) < 0 ||
       (err = bits.ReadBits(1, sps.frame_mbs_only_flag)) < 0)
     return Fail("max_num_ref_frames to frame_mbs_only_flag", err);
   if (!sps.frame_mbs_only_flag && (err = bits.ReadBits(1, sps.mb_adaptive_frame_field_flag)) < 0)
@@ -139,8 +135,7 @@ int ParseSPS(const uint8_t* nal, size_t size, sps_t& sps) {
   if ((err = bits.ReadBits(1, sps.vui_parameters_present_flag)) < 0)
     return Fail("vui_parameters_present_flag", err);
   if (sps.vui_parameters_present_flag && (err = ParseSPSVUI(bits, sps.vui)) < 0) {
-    LOGE << "<-# codec_info_video_h264_t::ParseSPS FAILED! ParseSPSVUI() FAILED! errorCode="
-         << err;
+    LOGE << "<-# codec_info_video_h264_t::ParseSPS FAILED! ParseSPSVUI() FAILED! errorCode=" << err;
     return err;
   }
   sps.ComputeResolution();
@@ -173,8 +168,7 @@ int ParseSPSVUI(BitsReaderState& bits, sps_vui_t& vui) {
   VREX_CHECK(bits.ReadBits(1, vui.chroma_loc_info_present_flag));
   if (vui.chroma_loc_info_present_flag) {
     VREX_CHECK(bits.ReadUEG(vui.chroma_sample_loc_type_top_field));
-    VREX_CHECK(
-        bits.ReadUEG(vui.chroma_sample_loc_type_bottom_field));
+    VREX_CHECK(bits.ReadUEG(vui.chroma_sample_loc_type_bottom_field));
   }
   VREX_CHECK(bits.ReadBits(1, vui.timing_info_present_flag));
   if (vui.timing_info_present_flag) {
@@ -193,7 +187,7 @@ void sps_t::ComputeResolution() {
   if (chroma_format_idc == 0 || chroma_format_idc == 1 || chroma_format_idc == 2) {
     if (!separate_colour_plane_flag) {
       cropUnitX = 2;
-      cropUnitY = chroma_format_idc == 2 ? (frame_mbs_only_flag ? 1 : 2)
+      cropUnitY = chroma_format_idc == 2   ? (frame_mbs_only_flag ? 1 : 2)
                   : chroma_format_idc == 1 ? (frame_mbs_only_flag ? 2 : 4)
                                            : 2;
     }
@@ -207,10 +201,10 @@ void sps_t::ComputeResolution() {
     cropY = cropUnitY * static_cast<uint32_t>(frame_crop_top_offset + frame_crop_bottom_offset);
   }
   width = static_cast<uint32_t>((static_cast<uint32_t>(pic_width_in_mbs_minus1) + 1) * 16 - cropX);
-  height = static_cast<uint32_t>((2 - static_cast<uint32_t>(frame_mbs_only_flag)) *
-                                     (static_cast<uint32_t>(pic_height_in_map_units_minus1) + 1) *
-                                     16 -
-                                 cropY);
+  height =
+      static_cast<uint32_t>((2 - static_cast<uint32_t>(frame_mbs_only_flag)) *
+                                (static_cast<uint32_t>(pic_height_in_map_units_minus1) + 1) * 16 -
+                            cropY);
 }
 
 }  // namespace h264

@@ -39,10 +39,9 @@ std::string sps_vui_t::str() const {
 std::string sps_t::str() const {
   std::ostringstream o;
   o << "sps: profile_idc=" << profile_idc << "\n  constraint_set_flags=" << constraint_set0_flag
-    << constraint_set1_flag << constraint_set2_flag << constraint_set3_flag
-    << constraint_set4_flag << constraint_set5_flag << " reserved_zero_2bits="
-    << reserved_zero_2bits << "\n  level_idc=" << level_idc
-    << " seq_parameter_set_id=" << seq_parameter_set_id
+    << constraint_set1_flag << constraint_set2_flag << constraint_set3_flag << constraint_set4_flag
+    << constraint_set5_flag << " reserved_zero_2bits=" << reserved_zero_2bits
+    << "\n  level_idc=" << level_idc << " seq_parameter_set_id=" << seq_parameter_set_id
     << "\n  chroma_format_idc=" << chroma_format_idc
     << " separate_colour_plane_flag=" << separate_colour_plane_flag
     << " bit_depth_luma_minus8=" << bit_depth_luma_minus8
@@ -65,8 +64,8 @@ std::string sps_t::str() const {
     << " direct_8x8_inference_flag=" << direct_8x8_inference_flag
     << "\n  frame_cropping_flag=" << frame_cropping_flag << " crop=" << frame_crop_left_offset
     << "," << frame_crop_right_offset << "," << frame_crop_top_offset << ","
-    << frame_crop_bottom_offset << "\n  vui_parameters_present_flag="
-    << vui_parameters_present_flag << " width=" << width << " height=" << height << "\n";
+    << frame_crop_bottom_offset << "\n  vui_parameters_present_flag=" << vui_parameters_present_flag
+    << " width=" << width << " height=" << height << "\n";
   if (vui_parameters_present_flag) o << vui.str();
   return o.str();
 }

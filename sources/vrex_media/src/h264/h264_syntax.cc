@@ -11,9 +11,10 @@ namespace h264 {
 
 const char* NalUnitTypeToString(unsigned type) {
   static const char* const kNames[] = {
-      "Unspecified", "Slice", "DPA", "DPB", "DPC", "IDR Slice", "SEI", "SPS", "PPS",
-      "AUD", "End of Sequence", "End of Stream", "Filler Data", "SPS Extension",
-      "Prefix NAL Unit", "Subset SPS", "Depth SPS"};
+      "Unspecified",     "Slice",         "DPA",         "DPB",           "DPC",
+      "IDR Slice",       "SEI",           "SPS",         "PPS",           "AUD",
+      "End of Sequence", "End of Stream", "Filler Data", "SPS Extension", "Prefix NAL Unit",
+      "Subset SPS",      "Depth SPS"};
   return type < sizeof(kNames) / sizeof(kNames[0]) ? kNames[type] : "Unknown";
 }
 

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "abstraction/byte_order.h"
-#include "abstraction/datasource.h"
 #include "abstraction/logging.h"
 #include "frame_bytes.h"
 #include "media/errors.h"
@@ -17,7 +16,6 @@ namespace vrex {
 namespace media {
 
 namespace {
-constexpr size_t kMinFrameSize = 12;
 constexpr unsigned kMaxUnitsBeforeVps = 10;
 constexpr uint32_t kMaxParameterSetSize = 65535;  // the hvcC length field is 16 bits
 
@@ -73,37 +71,19 @@ codec_info_video_h265_t* codec_info_video_h265_t::GetInstance(const frame_t& fra
     error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
     return nullptr;
   }
-  internal::frame_bytes_t bytes;
-  error = internal::GetFrameBytes(frame, bytes);
-  if (error < 0) return nullptr;
-  return GetInstance(bytes.data, bytes.size, frame.dtsCts.clockRate, error);
+  return internal::BuildVideoInfo<codec_info_video_h265_t>(frame, "codec_info_video_h265_t", error);
 }
 
 codec_info_video_h265_t* codec_info_video_h265_t::GetInstance(const unsigned char* data,
                                                               size_t size, unsigned clockRate,
                                                               int& error) {
-  if (data == nullptr || size < kMinFrameSize) {
-    LOGE << "<-# codec_info_video_h265_t::GetInstance FAILED! Not enough data";
-    error = VREX_ERROR(ERR_MEDIA_INVALID_FRAME);
-    return nullptr;
-  }
-  codec_info_video_h265_t* info = new codec_info_video_h265_t();
-  error = info->Init(data, size, clockRate);
-  if (error < 0) {
-    LOGE << "<-# codec_info_video_h265_t::GetInstance FAILED! Init failed";
-    delete info;
-    return nullptr;
-  }
-  return info;
+  return internal::BuildVideoInfo<codec_info_video_h265_t>(data, size, clockRate,
+                                                           "codec_info_video_h265_t", error);
 }
 
 int codec_info_video_h265_t::Init(abstraction::DataSource* source, unsigned clockRate) {
-  const long available = source->Size() - source->Cursor();
-  std::vector<uint8_t> bytes(available > 0 ? static_cast<size_t>(available) : 0);
-  if (!bytes.empty()) {
-    const long read = source->ReadBuffer(bytes.data(), bytes.size());
-    if (read < 0) return read;
-  }
+  std::vector<uint8_t> bytes;
+  VREX_CHECK(internal::ReadFromSource(source, -1, bytes));
   return Init(bytes.data(), bytes.size(), clockRate);
 }
 
@@ -188,9 +168,9 @@ int codec_info_video_h265_t::ParseVpsSpsPps(const uint8_t* data, size_t size) {
 // then per array: A0+type | 0001 | len16 | unit
 void codec_info_video_h265_t::ComputeISO14496() {
   const HEVC::ProfileTierLevel& ptl = _pVPS->profile_tier_level;
-  std::vector<uint8_t> record = {1, static_cast<uint8_t>(ptl.general_profile_space << 6 |
-                                                         ptl.general_tier_flag << 5 |
-                                                         ptl.general_profile_idc)};
+  std::vector<uint8_t> record = {
+      1, static_cast<uint8_t>(ptl.general_profile_space << 6 | ptl.general_tier_flag << 5 |
+                              ptl.general_profile_idc)};
   uint32_t compatibility = 0;
   for (unsigned i = 0; i < 32; ++i)
     if (ptl.general_profile_compatibility_flag[i]) compatibility |= 0x80000000u >> i;

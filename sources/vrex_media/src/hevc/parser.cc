@@ -21,40 +21,69 @@ constexpr uint32_t kMaxHrdParameters = 1024;
 
 const char* NalUnitTypeToString(unsigned type) {
   switch (type) {
-    case NAL_TRAIL_N: return "TRAIL_N";
-    case NAL_TRAIL_R: return "TRAIL_R";
-    case NAL_TSA_N: return "TSA_N";
-    case NAL_TSA_R: return "TSA_R";
-    case NAL_STSA_N: return "STSA_N";
-    case NAL_STSA_R: return "STSA_R";
-    case NAL_RADL_N: return "RADL_N";
-    case NAL_RADL_R: return "RADL_R";
-    case NAL_RASL_N: return "RASL_N";
-    case NAL_RASL_R: return "RASL_R";
-    case NAL_BLA_W_LP: return "BLA_W_LP";
-    case NAL_BLA_W_RADL: return "BLA_W_RADL";
-    case NAL_BLA_N_LP: return "BLA_N_LP";
-    case NAL_IDR_W_RADL: return "IDR_W_RADL";
-    case NAL_IDR_N_LP: return "IDR_N_LP";
-    case NAL_CRA_NUT: return "CRA_NUT";
-    case NAL_IRAP_VCL23: return "IRAP_VCL23";
-    case NAL_VPS: return "VPS";
-    case NAL_SPS: return "SPS";
-    case NAL_PPS: return "PPS";
-    case NAL_AUD: return "AUD";
-    case NAL_EOS_NUT: return "EOS_NUT";
-    case NAL_EOB_NUT: return "EOB_NUT";
-    case NAL_FD_NUT: return "FD_NUT";
-    case NAL_SEI_PREFIX: return "SEI_PREFIX";
-    case NAL_SEI_SUFFIX: return "SEI_SUFFIX";
-    default: return "Unknown";
+    case NAL_TRAIL_N:
+      return "TRAIL_N";
+    case NAL_TRAIL_R:
+      return "TRAIL_R";
+    case NAL_TSA_N:
+      return "TSA_N";
+    case NAL_TSA_R:
+      return "TSA_R";
+    case NAL_STSA_N:
+      return "STSA_N";
+    case NAL_STSA_R:
+      return "STSA_R";
+    case NAL_RADL_N:
+      return "RADL_N";
+    case NAL_RADL_R:
+      return "RADL_R";
+    case NAL_RASL_N:
+      return "RASL_N";
+    case NAL_RASL_R:
+      return "RASL_R";
+    case NAL_BLA_W_LP:
+      return "BLA_W_LP";
+    case NAL_BLA_W_RADL:
+      return "BLA_W_RADL";
+    case NAL_BLA_N_LP:
+      return "BLA_N_LP";
+    case NAL_IDR_W_RADL:
+      return "IDR_W_RADL";
+    case NAL_IDR_N_LP:
+      return "IDR_N_LP";
+    case NAL_CRA_NUT:
+      return "CRA_NUT";
+    case NAL_IRAP_VCL23:
+      return "IRAP_VCL23";
+    case NAL_VPS:
+      return "VPS";
+    case NAL_SPS:
+      return "SPS";
+    case NAL_PPS:
+      return "PPS";
+    case NAL_AUD:
+      return "AUD";
+    case NAL_EOS_NUT:
+      return "EOS_NUT";
+    case NAL_EOB_NUT:
+      return "EOB_NUT";
+    case NAL_FD_NUT:
+      return "FD_NUT";
+    case NAL_SEI_PREFIX:
+      return "SEI_PREFIX";
+    case NAL_SEI_SUFFIX:
+      return "SEI_SUFFIX";
+    default:
+      return "Unknown";
   }
 }
 
 size_t Parser::process(const unsigned char* data, size_t size, size_t offset) {
   size_t count = 0;
   size_t pos = offset;
-  auto isStart = [&](size_t i) { return i + 2 < size && data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1; };
+  auto isStart = [&](size_t i) {
+    return i + 2 < size && data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1;
+  };
   while (pos < size && !isStart(pos)) ++pos;
   while (pos < size) {
     const size_t begin = pos + 3;
@@ -243,8 +272,7 @@ void Parser::processVPS(std::shared_ptr<VPS> vps, BitstreamReader& bs) {
   vps->vps_max_dec_pic_buffering_minus1.assign(layers, 0);
   vps->vps_max_num_reorder_pics.assign(layers, 0);
   vps->vps_max_latency_increase_plus1.assign(layers, 0);
-  for (size_t i = vps->vps_sub_layer_ordering_info_present_flag ? 0 : layers - 1; i < layers;
-       ++i) {
+  for (size_t i = vps->vps_sub_layer_ordering_info_present_flag ? 0 : layers - 1; i < layers; ++i) {
     vps->vps_max_dec_pic_buffering_minus1[i] = bs.getU32();
     vps->vps_max_num_reorder_pics[i] = bs.getU32();
     vps->vps_max_latency_increase_plus1[i] = bs.getU32();

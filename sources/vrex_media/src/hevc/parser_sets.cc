@@ -2,8 +2,8 @@
 #include <stdexcept>
 
 #include "abstraction/logging.h"
-#include "parser_checks.h"
 #include "media/hevc/parser.h"
+#include "parser_checks.h"
 
 namespace HEVC {
 
@@ -45,8 +45,7 @@ void Parser::processSPS(std::shared_ptr<SPS> sps, BitstreamReader& bs) {
   sps->sps_max_dec_pic_buffering_minus1.assign(layers, 0);
   sps->sps_max_num_reorder_pics.assign(layers, 0);
   sps->sps_max_latency_increase_plus1.assign(layers, 0);
-  for (size_t i = sps->sps_sub_layer_ordering_info_present_flag ? 0 : layers - 1; i < layers;
-       ++i) {
+  for (size_t i = sps->sps_sub_layer_ordering_info_present_flag ? 0 : layers - 1; i < layers; ++i) {
     sps->sps_max_dec_pic_buffering_minus1[i] = bs.getU32();
     sps->sps_max_num_reorder_pics[i] = bs.getU32();
     sps->sps_max_latency_increase_plus1[i] = bs.getU32();

@@ -24,7 +24,12 @@ enum OBPOBUType {
   OBU_PADDING = 15,
 };
 
-enum OBPFrameType { OBP_KEY_FRAME = 0, OBP_INTER_FRAME = 1, OBP_INTRA_ONLY_FRAME = 2, OBP_SWITCH_FRAME = 3 };
+enum OBPFrameType {
+  OBP_KEY_FRAME = 0,
+  OBP_INTER_FRAME = 1,
+  OBP_INTRA_ONLY_FRAME = 2,
+  OBP_SWITCH_FRAME = 3
+};
 
 const char* OBUTypeToString(int type);
 const char* OBUFrameTypeToString(int type);

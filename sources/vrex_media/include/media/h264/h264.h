@@ -103,7 +103,7 @@ struct sps_t {
   uint64_t vui_parameters_present_flag = 0;
   sps_vui_t vui;
   bool debug = false;
-  uint64_t width = 0;   // computed by ComputeResolution
+  uint64_t width = 0;  // computed by ComputeResolution
   uint64_t height = 0;
 
   // Cropped picture size from the macroblock counts and crop offsets.

@@ -56,8 +56,7 @@ class Parser {
   void processShortTermRefPicSet(size_t stRpsIdx, const std::vector<ShortTermRefPicSet>& sets,
                                  ShortTermRefPicSet& rps, BitstreamReader& bs);
   void processScalingListData(ScalingListData& data, BitstreamReader& bs);
-  void processVuiParameters(size_t spsMaxSubLayersMinus1, VuiParameters& vui,
-                            BitstreamReader& bs);
+  void processVuiParameters(size_t spsMaxSubLayersMinus1, VuiParameters& vui, BitstreamReader& bs);
   void notify(std::shared_ptr<NALUnit> unit, const Info& info);
 
   std::list<Consumer*> m_consumers;
