@@ -20,12 +20,7 @@ using vrex::media::codec_info_audio_aac_t;
 using vrex::mediaformats::internal::StripAdts;
 using Bytes = std::vector<uint8_t>;
 
-struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const {
-    vrex::media::codec_info_t::FreeInstance(p);
-  }
-};
-using AacPtr = std::unique_ptr<codec_info_audio_aac_t, Deleter>;
+using AacPtr = codec_fixtures::InfoPtr<codec_info_audio_aac_t>;
 
 const int kAdtsError = vrex::errors::MakeError(12, 16);
 

@@ -19,21 +19,10 @@ using ms::media::av1::StripAV1;
 using vrex::media::codec_info_video_av1_t;
 using Bytes = std::vector<uint8_t>;
 
-struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const {
-    vrex::media::codec_info_t::FreeInstance(p);
-  }
-};
-using Av1Ptr = std::unique_ptr<codec_info_video_av1_t, Deleter>;
+using Av1Ptr = codec_fixtures::InfoPtr<codec_info_video_av1_t>;
 
 Av1Ptr FromFrame(const Bytes& key, int& error) {
-  vrex::media::frame_t frame;
-  frame.tag = vrex::media::TAG_VAV1;
-  frame.keyFrame = true;
-  frame.dtsCts.clockRate = 90000;
-  frame.pData = key.data();
-  frame.size = static_cast<int64_t>(key.size());
-  return Av1Ptr(codec_info_video_av1_t::GetInstance(frame, error));
+  return codec_fixtures::FromKeyFrame<codec_info_video_av1_t>(key, vrex::media::TAG_VAV1, error);
 }
 
 TEST(Av1Test, FixturesMatchFfprobeAndFfmpegAv1C) {

@@ -7,11 +7,15 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <random>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "media/codec_info.h"
+#include "media/frame.h"
 
 namespace codec_fixtures {
 
@@ -100,6 +104,26 @@ void Damage(const std::vector<uint8_t>& data, size_t limit, int flips, Parse par
     copy[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
     parse(copy);
   }
+}
+
+struct InfoDeleter {
+  void operator()(vrex::media::codec_info_t* info) const {
+    vrex::media::codec_info_t::FreeInstance(info);
+  }
+};
+template <typename Info>
+using InfoPtr = std::unique_ptr<Info, InfoDeleter>;
+
+// Info::GetInstance of a key frame in memory, with `tag` and a 90 kHz clock.
+template <typename Info>
+InfoPtr<Info> FromKeyFrame(const std::vector<uint8_t>& key, uint64_t tag, int& error) {
+  vrex::media::frame_t frame;
+  frame.tag = tag;
+  frame.keyFrame = true;
+  frame.dtsCts.clockRate = 90000;
+  frame.pData = key.data();
+  frame.size = static_cast<int64_t>(key.size());
+  return InfoPtr<Info>(Info::GetInstance(frame, error));
 }
 
 }  // namespace codec_fixtures

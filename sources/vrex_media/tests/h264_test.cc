@@ -18,21 +18,10 @@ namespace {
 using vrex::media::codec_info_video_h264_t;
 using Bytes = std::vector<uint8_t>;
 
-struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const {
-    vrex::media::codec_info_t::FreeInstance(p);
-  }
-};
-using H264Ptr = std::unique_ptr<codec_info_video_h264_t, Deleter>;
+using H264Ptr = codec_fixtures::InfoPtr<codec_info_video_h264_t>;
 
 H264Ptr FromFrame(const Bytes& key, int& error) {
-  vrex::media::frame_t frame;
-  frame.tag = vrex::media::TAG_VH264;
-  frame.keyFrame = true;
-  frame.dtsCts.clockRate = 90000;
-  frame.pData = key.data();
-  frame.size = static_cast<int64_t>(key.size());
-  return H264Ptr(codec_info_video_h264_t::GetInstance(frame, error));
+  return codec_fixtures::FromKeyFrame<codec_info_video_h264_t>(key, vrex::media::TAG_VH264, error);
 }
 
 TEST(H264Test, FixturesMatchFfprobeAndFfmpegAvcC) {

@@ -18,21 +18,10 @@ namespace {
 using vrex::media::codec_info_video_h265_t;
 using Bytes = std::vector<uint8_t>;
 
-struct Deleter {
-  void operator()(vrex::media::codec_info_t* p) const {
-    vrex::media::codec_info_t::FreeInstance(p);
-  }
-};
-using H265Ptr = std::unique_ptr<codec_info_video_h265_t, Deleter>;
+using H265Ptr = codec_fixtures::InfoPtr<codec_info_video_h265_t>;
 
 H265Ptr FromFrame(const Bytes& key, int& error) {
-  vrex::media::frame_t frame;
-  frame.tag = vrex::media::TAG_VH265;
-  frame.keyFrame = true;
-  frame.dtsCts.clockRate = 90000;
-  frame.pData = key.data();
-  frame.size = static_cast<int64_t>(key.size());
-  return H265Ptr(codec_info_video_h265_t::GetInstance(frame, error));
+  return codec_fixtures::FromKeyFrame<codec_info_video_h265_t>(key, vrex::media::TAG_VH265, error);
 }
 
 // ffmpeg's hvcC turned into the record this system writes. The differences, each on purpose:
