@@ -34,11 +34,19 @@ uint64_t TagOfType(VREXPayloadType type) {
   }
 }
 
-// Copies `count` bytes of a payload that lies in memory or in the source.
-int FetchPayload(DataSource* source, long offset, const unsigned char* memory, long count,
-                 unsigned char* dst) {
+}  // namespace
+
+// Copies `count` bytes of a payload that lies in memory, in the header bytes already read, or
+// in the source.
+int vrx_track_t::FetchPayload(DataSource* source, long offset, const unsigned char* memory,
+                              long count, unsigned char* dst) const {
   if (memory != nullptr) {
     memcpy(dst, memory, static_cast<size_t>(count));
+    return 0;
+  }
+  if (source == _headerSource && offset >= _packet.offset &&
+      offset + count <= _packet.offset + static_cast<long>(_headerCount)) {
+    memcpy(dst, _headerBytes + (offset - _packet.offset), static_cast<size_t>(count));
     return 0;
   }
   int err = 0;
@@ -47,7 +55,6 @@ int FetchPayload(DataSource* source, long offset, const unsigned char* memory, l
   }
   return 0;
 }
-}  // namespace
 
 vrx_track_t::vrx_track_t() : _reassembly(DataSource::GetInstance(0L)) {}
 
@@ -78,6 +85,9 @@ int vrx_track_t::DropFragments() {
 
 int vrx_track_t::Read(DataSource* source, const unsigned char* bytes, unsigned long count) {
   _frameComplete = false;
+  _headerSource = source;
+  _headerBytes = bytes;
+  _headerCount = count;
   const int parsed = _packet.Read(source, bytes, count);
   if (parsed < 0) {
     _reassembly->Clear();

@@ -68,6 +68,8 @@ class vrx_track_t {
   int ReadSnapshotMeta(abstraction::DataSource* source, long offset, const unsigned char* memory,
                        long size);
   int DropFragments();
+  int FetchPayload(abstraction::DataSource* source, long offset, const unsigned char* memory,
+                   long count, unsigned char* dst) const;
 
   ReaderVREX::Observer* _observer = nullptr;  // may be null
   vrx_packet_t _packet;
@@ -83,6 +85,11 @@ class vrx_track_t {
   media::clock_sync_t* _clockSync = nullptr;
   partition_header_record_t _header;
   partition_footer_record_t _footer;
+  // The header bytes the reader read at the packet start, set by each Read and used only
+  // within it: small payloads in them are not read again.
+  const abstraction::DataSource* _headerSource = nullptr;
+  const unsigned char* _headerBytes = nullptr;
+  unsigned long _headerCount = 0;
 };
 
 }  // namespace internal
