@@ -80,7 +80,7 @@ class ReaderMp4Impl : public ReaderMp4 {
   int GetStartStopTimestamp(long&, long&) override { return VREX_ERROR(ERR_MEDIAFORMATS_NOT_IMPLEMENTED); }
 
  private:
-  Observer* _pObserver;
+  [[maybe_unused]] Observer* _pObserver;  // kept for the reader's life; nothing reports to it yet
   abstraction::DataSource* _pSource = nullptr;
   media::dts_cts_t _start;
   media::dts_cts_t _end;
