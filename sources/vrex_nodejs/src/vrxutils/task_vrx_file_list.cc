@@ -73,19 +73,22 @@ int TaskVRXFileList::DoListPartitions(VrxReadSession& session) {
 
 void TaskVRXFileList::GetCallbackParamInfo(Napi::Object& result) {
   Napi::Env env = result.Env();
+  const JSMediaObjects objects(env);
   if (_kind == KIND_PARTITIONS) {
     Napi::Array partitions = Napi::Array::New(env, _partitions.size());
     for (size_t i = 0; i < _partitions.size(); ++i) {
-      partitions.Set(static_cast<uint32_t>(i), GetJSPartition(env, _partitions[i]));
+      partitions.Set(static_cast<uint32_t>(i), objects.Partition(_partitions[i]));
     }
     result.Set("partitions", partitions);
     return;
   }
   Napi::Array frames = Napi::Array::New(env, _frames.size());
   for (size_t i = 0; i < _frames.size(); ++i) {
+    // A scope per frame: the handles of a long listing do not pile up.
+    Napi::HandleScope scope(env);
     listed_frame_t& listed = _frames[i];
     listed.frame.clockSync = &listed.clockSync;
-    frames.Set(static_cast<uint32_t>(i), GetJSFrame(env, listed.frame));
+    frames.Set(static_cast<uint32_t>(i), objects.Frame(listed.frame));
   }
   result.Set("frames", frames);
 }

@@ -41,9 +41,10 @@ int TaskVRXFileListFragments::SignalWork() {
 
 void TaskVRXFileListFragments::GetCallbackParamInfo(Napi::Object& result) {
   Napi::Env env = result.Env();
+  const JSMediaObjects objects(env);
   Napi::Array fragments = Napi::Array::New(env, _fragments.size());
   for (size_t i = 0; i < _fragments.size(); ++i) {
-    fragments.Set(static_cast<uint32_t>(i), GetJSFragment(env, _fragments[i]));
+    fragments.Set(static_cast<uint32_t>(i), objects.Fragment(_fragments[i]));
   }
   result.Set("fragments", fragments);
 }
