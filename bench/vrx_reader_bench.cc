@@ -200,5 +200,5 @@ int main(int argc, char** argv) {
   const recording_t& recording = Recording();
   printf("recording: %ld bytes, %ld frames, %ld partitions\n", recording.size, recording.frames,
          recording.partitions);
-  return vidora_bench::RunWithRatios(argc, argv, "BM_PlainRead");
+  return vidora_bench::RunWithRatios(argc, argv, "BM_PlainRead/real_time");
 }
