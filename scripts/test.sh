@@ -45,7 +45,7 @@ sanitized_js_tests() {
     node --test --test-concurrency=1 test/*.test.js
 }
 
-step "build (Release)" build build
+step "build (Release, with the benchmarks)" build build -DVIDORA_BUILD_BENCH=ON
 step "C++ tests (Release)" ctest --test-dir build --output-on-failure -j "$jobs"
 step "JavaScript tests" js_tests
 step "type check of index.d.ts" npx --no-install tsc -p test/types

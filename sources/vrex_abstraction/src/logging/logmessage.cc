@@ -16,7 +16,21 @@ namespace vrex {
 namespace abstraction {
 
 namespace {
+
 std::atomic<logging_callback_t> gCallback{nullptr};
+
+// The name is read once per thread: reading it costs system calls, and our threads name
+// themselves when they start, before they log.
+const char* ThreadName() {
+  thread_local char name[32] = {0};
+  thread_local bool known = false;
+  if (!known) {
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    known = true;
+  }
+  return name;
+}
+
 }  // namespace
 
 void registerLoggingCallback(logging_callback_t callback) { gCallback.store(callback); }
@@ -42,9 +56,7 @@ LogMessage::LogMessage(log_level_t level, unsigned options, const char* conditio
   _stream << stamp;
   if (condition != nullptr) _stream << "- assert failed: `" << condition << "` ";
   if (level >= 0 && level <= 4) _stream << "FEWID"[level] << ' ';
-  char threadName[32] = {0};
-  pthread_getname_np(pthread_self(), threadName, sizeof(threadName));
-  _stream << threadName << ' ';
+  _stream << ThreadName() << ' ';
   if (withErrorInfo) {
     _stream << '\n' << errors::GetErrorInfo()->ToString() << '\n';
   } else {
