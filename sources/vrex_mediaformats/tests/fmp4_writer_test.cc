@@ -116,12 +116,13 @@ struct fmp4_run_t {
 
 // Writes all frames of a fixture through a WriterFMP4 and flushes.
 void WriteFixture(const std::string& name, bool progressive, const media::timestamp_t& duration, bool onKeyFrames,
-                  fmp4_run_t& run) {
+                  fmp4_run_t& run, bool sampleDurations = false) {
   run.frames = testing::ReadAllFrames(testing::FixturePath(name));
   ASSERT_FALSE(run.frames.empty());
   run.tracks = testing::TracksOf(run.frames, 320, 240);
   run.tracks.video._rfc6381Codec = "avc1.64000d";
   run.tracks.audio._rfc6381Codec = "mp4a.40.2";
+  run.tracks.video._hasSampleDurations = run.tracks.audio._hasSampleDurations = sampleDurations;
   std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create(name, run.tracks.hasAudio ? &run.tracks.audio : nullptr,
                                                         run.tracks.hasVideo ? &run.tracks.video : nullptr, progressive,
                                                         duration, onKeyFrames, false, &run.sink, run.error));
@@ -141,14 +142,17 @@ TEST(WriterFMP4, FfprobeReadsTheSamePackets) {
   struct case_t {
     const char* file;
     bool onKeyFrames;  // fragments start on key frames, as B-frames need for stable times
+    bool sampleDurations;
   };
-  const case_t cases[] = {{"h264_aac_moov_last.mp4", true}, {"h264_only.mp4", false},
-                          {"h265_aac.mp4", true}, {"aac_only.mp4", false}};
+  const case_t cases[] = {{"h264_aac_moov_last.mp4", true, false}, {"h264_only.mp4", false, false},
+                          {"h265_aac.mp4", true, false},          {"aac_only.mp4", false, false},
+                          {"h264_aac_moov_last.mp4", true, true},  {"h264_only.mp4", false, true}};
   for (const case_t& c : cases) {
     for (bool progressive : {false, true}) {
-      std::string what = std::string(c.file) + (progressive ? " progressive" : " plain");
+      std::string what = std::string(c.file) + (progressive ? " progressive" : " plain") +
+                         (c.sampleDurations ? " with durations" : "");
       fmp4_run_t run;
-      WriteFixture(c.file, progressive, media::timestamp_t(400, 1000), c.onKeyFrames, run);
+      WriteFixture(c.file, progressive, media::timestamp_t(400, 1000), c.onKeyFrames, run, c.sampleDurations);
       ASSERT_GT(run.sink.fragments.size(), 1u) << what;
       std::string out = testing::TempPath("fragmented.mp4");
       testing::WriteFileBytes(out, run.sink.File());

@@ -8,6 +8,7 @@
 #include "media/codec_tags.h"
 #include "mediaformats/errors.h"
 #include "mediaformats/mp4/reader_mp4.h"
+#include "mediaformats/mp4/writer_mp4.h"
 #include "mp4_test_util.h"
 
 namespace vrex {
@@ -124,6 +125,29 @@ TEST(ReaderMp4, MdatOfSizeZeroRunsToTheEnd) {
   std::string path = testing::TempPath("mdat_size_zero.mp4");
   testing::WriteFileBytes(path, file);
   ExpectSameAsFfprobe(path, "mdat of size 0");
+}
+
+// ffmpeg writes co64 only past 4 GiB; WriterMP4 always does, so its output stands in.
+TEST(ReaderMp4, Co64ChunkOffsets) {
+  SKIP_WITHOUT_FFMPEG();
+  std::vector<testing::owned_frame_t> frames = testing::ReadAllFrames(FixturePath("h264_aac_moov_last.mp4"));
+  testing::source_tracks_t tracks = testing::TracksOf(frames, 320, 240);
+  testing::MemoryMp4File file;
+  int error = 0;
+  std::unique_ptr<WriterMP4> writer(WriterMP4::Create("co64", &tracks.audio, &tracks.video, &file, error));
+  ASSERT_TRUE(writer);
+  for (const auto& owned : frames) {
+    const media::frame_t& f = owned.frame;
+    int written = media::tagKind(f.tag) == 'V'
+                      ? writer->WriteVideoData(owned.payload.data(), owned.payload.size(), f.dtsCts, f.keyFrame)
+                      : writer->WriteAudioData(owned.payload.data(), owned.payload.size(), f.dtsCts);
+    ASSERT_GT(written, 0);
+  }
+  ASSERT_EQ(writer->Flush(), 0);
+  ASSERT_FALSE(testing::FindBoxBody(file.bytes, "co64").empty());
+  std::string path = testing::TempPath("co64.mp4");
+  testing::WriteFileBytes(path, file.bytes);
+  ExpectSameAsFfprobe(path, "co64");
 }
 
 TEST(ReaderMp4, MoovFirstAndLastGiveTheSameFrames) {
