@@ -39,7 +39,7 @@ Bytes SmallManagedFile() {
 }
 
 struct outcome_t {
-  std::vector<read_frame_t> frames;
+  std::vector<frame_record_t> frames;
   int framesErr = 0;
   std::vector<partition_t> partitions;
   int partitionsErr = 0;
@@ -67,17 +67,9 @@ outcome_t Exercise(const std::string& path, long fileSize) {
   EXPECT_LE(static_cast<long>(outcome.partitions.size()), bound);
 
   EXPECT_EQ(reader->SeekToRawOffset(0), 0);
-  for (long i = 0; i < bound; ++i) {
-    media::frame_t* frame = reader->ReadFrame(err);
-    if (frame == nullptr) break;
-    EXPECT_GE(frame->size, 0);
-    if (frame->pData == nullptr) {
-      EXPECT_LE(frame->offset + frame->size, fileSize);
-    }
-    Bytes bytes(frame->size);
-    EXPECT_EQ(media::CopyFramePayload(*frame, bytes.data()), frame->size);
-    outcome.frames.push_back({frame->trackId, frame->keyFrame, frame->dtsCts.dts, frame->dtsCts.cts,
-                              frame->dtsCts.clockRate, 0, bytes, static_cast<long>(frame->offset)});
+  outcome.frames = ReadAll(*reader, err, bound + 1);
+  for (const frame_record_t& frame : outcome.frames) {
+    EXPECT_LE(frame.offset + static_cast<long>(frame.bytes.size()), fileSize);
   }
   outcome.framesErr = err;
   EXPECT_LE(static_cast<long>(outcome.frames.size()), bound);

@@ -14,7 +14,7 @@ namespace {
 using vrx_testing::Bytes;
 using vrx_testing::Open;
 using vrx_testing::ReadAll;
-using vrx_testing::read_frame_t;
+using vrx_testing::frame_record_t;
 using vrx_testing::Put16;
 using vrx_testing::Put32;
 using vrx_testing::Put64;
@@ -116,7 +116,7 @@ TEST(ReaderVrexHandLaidTest, PartitionAndFrames) {
   observer.events.clear();
   observer.payloads.clear();
   ASSERT_EQ(reader->SeekToRawOffset(0), 0);
-  const std::vector<read_frame_t> frames = ReadAll(*reader, err);
+  const std::vector<frame_record_t> frames = ReadAll(*reader, err);
   EXPECT_EQ(err, 0);
   ASSERT_EQ(frames.size(), 3u);
   EXPECT_EQ(frames[0].tid, 7);
@@ -162,7 +162,7 @@ TEST(ReaderVrexHandLaidTest, FragmentsWithAndWithoutTrailerWords) {
     RecordingObserver observer;
     auto reader = Open(file.path(), &observer);
     int err = 0;
-    const std::vector<read_frame_t> frames = ReadAll(*reader, err);
+    const std::vector<frame_record_t> frames = ReadAll(*reader, err);
     EXPECT_EQ(err, 0);
     ASSERT_EQ(frames.size(), 2u) << continuationTrailers;
     EXPECT_EQ(frames[0].bytes, (Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
@@ -189,7 +189,7 @@ TEST(ReaderVrexHandLaidTest, LossAndMalformedFragments) {
   RecordingObserver observer;
   auto reader = Open(file.path(), &observer);
   int err = 0;
-  const std::vector<read_frame_t> frames = ReadAll(*reader, err);
+  const std::vector<frame_record_t> frames = ReadAll(*reader, err);
   EXPECT_EQ(err, 0);
   ASSERT_EQ(frames.size(), 4u);
   const std::vector<std::string> events = {

@@ -29,8 +29,8 @@ struct shape_t {
   int frameCount = 90;
 };
 
-// A frame as a reader should return it.
-struct expected_frame_t {
+// A frame as a reader returns it, or should.
+struct frame_record_t {
   uint16_t tid;
   bool key;
   int64_t dts;
@@ -38,11 +38,12 @@ struct expected_frame_t {
   uint32_t rate;
   long wallClock;
   Bytes bytes;
+  long offset;  // of the payload in the source; -1 when not known
 };
 
 struct recording_t {
   Bytes bytes;                           // one partition as WriterVREX emitted it
-  std::vector<expected_frame_t> frames;  // in file order
+  std::vector<frame_record_t> frames;  // in file order
   std::vector<long> keyWallClocks;       // of the video key frames with a sync node
 };
 
@@ -75,7 +76,7 @@ inline recording_t MakeRecording(const shape_t& shape) {
     EXPECT_GT(writer->WriteVideoData(frame.bytes.data(), frame.bytes.size(),
                                      media::dts_cts_t(dts, shape.videoRate, cts), frame.key), 0);
     const long wallClock = sync.ComputeWallClock(media::timestamp_t(dts, shape.videoRate), 1000);
-    out.frames.push_back({VRX_TID_H264_AVCC, frame.key, dts, cts, shape.videoRate, wallClock, frame.bytes});
+    out.frames.push_back({VRX_TID_H264_AVCC, frame.key, dts, cts, shape.videoRate, wallClock, frame.bytes, -1});
     if (frame.key) out.keyWallClocks.push_back(wallClock);
     // Audio up to this video frame's time.
     while (nextAudio < audio.size() &&
@@ -87,7 +88,7 @@ inline recording_t MakeRecording(const shape_t& shape) {
                                        media::dts_cts_t(adts, shape.audioRate)), 0);
       out.frames.push_back({VRX_TID_AAC_ADTS, true, adts, 0, shape.audioRate,
                             sync.ComputeWallClock(media::timestamp_t(adts, shape.audioRate), 1000),
-                            sound.bytes});
+                            sound.bytes, -1});
     }
   }
   EXPECT_GT(writer->ClosePartition(), 0);
@@ -139,20 +140,12 @@ inline std::unique_ptr<ReaderVREX> Open(const std::string& path, ReaderVREX::Obs
   return reader;
 }
 
-struct read_frame_t {
-  uint16_t tid;
-  bool key;
-  int64_t dts;
-  uint32_t cts;
-  uint32_t rate;
-  long wallClock;
-  Bytes bytes;
-  long offset;
-};
-
-inline std::vector<read_frame_t> ReadAll(ReaderVREX& reader, int& err) {
-  std::vector<read_frame_t> frames;
-  while (media::frame_t* frame = reader.ReadFrame(err)) {
+// Reads frames to the end, or `bound` of them, with their payloads.
+inline std::vector<frame_record_t> ReadAll(ReaderVREX& reader, int& err, size_t bound = SIZE_MAX) {
+  std::vector<frame_record_t> frames;
+  media::frame_t* frame = nullptr;
+  while (frames.size() < bound && (frame = reader.ReadFrame(err)) != nullptr) {
+    EXPECT_GE(frame->size, 0);
     Bytes bytes(frame->size);
     EXPECT_EQ(media::CopyFramePayload(*frame, bytes.data()), frame->size);
     const long wallClock = frame->clockSync != nullptr
@@ -164,8 +157,8 @@ inline std::vector<read_frame_t> ReadAll(ReaderVREX& reader, int& err) {
   return frames;
 }
 
-inline void ExpectFrames(const std::vector<read_frame_t>& got, const std::vector<expected_frame_t>& want,
-                  const std::string& what) {
+inline void ExpectFrames(const std::vector<frame_record_t>& got,
+                         const std::vector<frame_record_t>& want, const std::string& what) {
   ASSERT_EQ(got.size(), want.size()) << what;
   for (size_t i = 0; i < got.size(); ++i) {
     EXPECT_EQ(got[i].tid, want[i].tid) << what << " frame " << i;

@@ -15,9 +15,9 @@ using namespace vrx_testing;
 
 constexpr long kBase = 1763800000000;
 
-std::vector<expected_frame_t> VideoOnly(const std::vector<expected_frame_t>& frames) {
-  std::vector<expected_frame_t> video;
-  for (const expected_frame_t& frame : frames) {
+std::vector<frame_record_t> VideoOnly(const std::vector<frame_record_t>& frames) {
+  std::vector<frame_record_t> video;
+  for (const frame_record_t& frame : frames) {
     if (frame.tid == VRX_TID_H264_AVCC) video.push_back(frame);
   }
   return video;
@@ -174,7 +174,7 @@ TEST(VrxManagedFileTest, PartitionsFramesAndRanges) {
     const managed_files_t files(managed);
     auto reader = files.Open();
     int err = 0;
-    std::vector<expected_frame_t> all;
+    std::vector<frame_record_t> all;
     for (size_t p = 0; p < 3; ++p) {
       const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_ALL_BUT_AUDIO, err);
       ASSERT_NE(partition, nullptr) << p << " " << std::hex << err;
@@ -199,7 +199,7 @@ TEST(VrxManagedFileTest, PartitionsFramesAndRanges) {
     EXPECT_EQ(reader->GetStartStopTimestamp(start, stop), 0);
     EXPECT_EQ(start, kBase);
     long last = -1;
-    for (const expected_frame_t& frame : managed.partitions[2].frames) last = std::max(last, frame.wallClock);
+    for (const frame_record_t& frame : managed.partitions[2].frames) last = std::max(last, frame.wallClock);
     EXPECT_EQ(stop, last);
 
     std::vector<fragment_t> fragments;

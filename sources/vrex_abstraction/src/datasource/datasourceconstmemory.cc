@@ -24,15 +24,9 @@ const unsigned char* DataSourceConstMemory::PeekBuffer(unsigned char* dst, long 
   return PeekBytes(_data, _size, dst, offset, count, err);
 }
 
-template <typename T>
-T DataSourceConstMemory::Read() {
-  return ReadBigEndian<T>(_data, _size, _cursor, "_size");
+void DataSourceConstMemory::ReadIntegerBytes(unsigned char* dst, unsigned width) {
+  ReadIntegerFromBytes(_data, _size, _cursor, dst, width, "_size");
 }
-
-uint8_t DataSourceConstMemory::ReadUInt8() { return Read<uint8_t>(); }
-uint16_t DataSourceConstMemory::ReadUInt16() { return Read<uint16_t>(); }
-uint32_t DataSourceConstMemory::ReadUInt32() { return Read<uint32_t>(); }
-uint64_t DataSourceConstMemory::ReadUInt64() { return Read<uint64_t>(); }
 
 }  // namespace internal
 }  // namespace abstraction

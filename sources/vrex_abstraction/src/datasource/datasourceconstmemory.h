@@ -1,13 +1,14 @@
 // DataSourceConstMemory: a read-only window on memory that the caller owns.
 #pragma once
 
+#include "datasource/integer_reads.h"
 #include "datasource/read_only_source.h"
 
 namespace vrex {
 namespace abstraction {
 namespace internal {
 
-class DataSourceConstMemory : public ReadOnlyDataSource {
+class DataSourceConstMemory : public WithIntegerReads<DataSourceConstMemory, ReadOnlyDataSource> {
  public:
   DataSourceConstMemory(const void* data, unsigned long size);
 
@@ -17,14 +18,11 @@ class DataSourceConstMemory : public ReadOnlyDataSource {
   long ReadBuffer(unsigned char* dst, unsigned long count) override;
   const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
                                   int& err) override;
-  uint8_t ReadUInt8() override;
-  uint16_t ReadUInt16() override;
-  uint32_t ReadUInt32() override;
-  uint64_t ReadUInt64() override;
+
+  // Fills `width` bytes at the cursor and advances it; a read past the end is fatal.
+  void ReadIntegerBytes(unsigned char* dst, unsigned width);
 
  private:
-  template <typename T>
-  T Read();
 
   const unsigned char* _data;  // not owned
   unsigned long _size;

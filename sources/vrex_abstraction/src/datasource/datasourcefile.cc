@@ -6,7 +6,6 @@
 
 #include <cerrno>
 
-#include "abstraction/byte_order.h"
 #include "datasource/memory_bytes.h"
 
 namespace vrex {
@@ -76,20 +75,12 @@ const unsigned char* DataSourceFile::PeekBuffer(unsigned char* dst, long offset,
   return dst;
 }
 
-template <typename T>
-T DataSourceFile::Read() {
-  unsigned char bytes[sizeof(T)];
-  const long got = ReadExactly(_fd, bytes, sizeof(T), _cursor);
-  VREX_ASSERT(got == static_cast<long>(sizeof(T)))
-      << "seek/read failed: _cursor: " << _cursor << "; sizeof (result): " << sizeof(T);
-  _cursor += sizeof(T);
-  return LoadBE<T>(bytes);
+void DataSourceFile::ReadIntegerBytes(unsigned char* dst, unsigned width) {
+  const long got = ReadExactly(_fd, dst, width, _cursor);
+  VREX_ASSERT(got == static_cast<long>(width))
+      << "seek/read failed: _cursor: " << _cursor << "; sizeof (result): " << width;
+  _cursor += width;
 }
-
-uint8_t DataSourceFile::ReadUInt8() { return Read<uint8_t>(); }
-uint16_t DataSourceFile::ReadUInt16() { return Read<uint16_t>(); }
-uint32_t DataSourceFile::ReadUInt32() { return Read<uint32_t>(); }
-uint64_t DataSourceFile::ReadUInt64() { return Read<uint64_t>(); }
 
 }  // namespace internal
 }  // namespace abstraction

@@ -3,13 +3,14 @@
 // is read as it now is. The size is taken once, at open.
 #pragma once
 
+#include "datasource/integer_reads.h"
 #include "datasource/read_only_source.h"
 
 namespace vrex {
 namespace abstraction {
 namespace internal {
 
-class DataSourceFile : public ReadOnlyDataSource {
+class DataSourceFile : public WithIntegerReads<DataSourceFile, ReadOnlyDataSource> {
  public:
   DataSourceFile() = default;
   ~DataSourceFile() override;
@@ -25,14 +26,11 @@ class DataSourceFile : public ReadOnlyDataSource {
   long ReadBuffer(unsigned char* dst, unsigned long count) override;
   const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
                                   int& err) override;
-  uint8_t ReadUInt8() override;
-  uint16_t ReadUInt16() override;
-  uint32_t ReadUInt32() override;
-  uint64_t ReadUInt64() override;
+
+  // Fills `width` bytes at the cursor and advances it; a read past the end is fatal.
+  void ReadIntegerBytes(unsigned char* dst, unsigned width);
 
  private:
-  template <typename T>
-  T Read();
 
   int _fd = -1;
   long _cursor = 0;

@@ -78,15 +78,9 @@ long DataSourceMemory::AppendDataSourceNonBlocking(DataSource* src, unsigned lon
   return copied;
 }
 
-template <typename T>
-T DataSourceMemory::Read() {
-  return ReadBigEndian<T>(_buffer, _published, _cursor, "_published");
+void DataSourceMemory::ReadIntegerBytes(unsigned char* dst, unsigned width) {
+  ReadIntegerFromBytes(_buffer, _published, _cursor, dst, width, "_published");
 }
-
-uint8_t DataSourceMemory::ReadUInt8() { return Read<uint8_t>(); }
-uint16_t DataSourceMemory::ReadUInt16() { return Read<uint16_t>(); }
-uint32_t DataSourceMemory::ReadUInt32() { return Read<uint32_t>(); }
-uint64_t DataSourceMemory::ReadUInt64() { return Read<uint64_t>(); }
 
 }  // namespace internal
 }  // namespace abstraction

@@ -1,13 +1,14 @@
 // DataSourceMemory: a growable byte queue, read at the front and appended at the back.
 #pragma once
 
+#include "datasource/integer_reads.h"
 #include "abstraction/datasource.h"
 
 namespace vrex {
 namespace abstraction {
 namespace internal {
 
-class DataSourceMemory : public DataSource {
+class DataSourceMemory : public WithIntegerReads<DataSourceMemory, DataSource> {
  public:
   // `size` zero bytes, all published; none for size < 1.
   explicit DataSourceMemory(long size);
@@ -26,17 +27,14 @@ class DataSourceMemory : public DataSource {
                                   int& err) override;
   long AppendBufferNonBlocking(const void* src, unsigned long count) override;
   long AppendDataSourceNonBlocking(DataSource* src, unsigned long count) override;
-  uint8_t ReadUInt8() override;
-  uint16_t ReadUInt16() override;
-  uint32_t ReadUInt32() override;
-  uint64_t ReadUInt64() override;
+
+  // Fills `width` bytes at the cursor and advances it; a read past the end is fatal.
+  void ReadIntegerBytes(unsigned char* dst, unsigned width);
 
  private:
   // Grows the buffer for the low 31 bits of `count` more bytes, in 64 KiB steps and by at
   // least half; returns that truncated count.
   unsigned long EnsureSize(unsigned long count);
-  template <typename T>
-  T Read();
 
   unsigned char* _buffer = nullptr;
   unsigned long _capacity = 0;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "abstraction/byte_order.h"
 #include "datasource/datasourcefile.h"
 #include "datasource/memory_bytes.h"
 
@@ -120,19 +119,10 @@ const unsigned char* DataSourceMultiFile::PeekBuffer(unsigned char* dst, long of
   return dst;
 }
 
-template <typename T>
-T DataSourceMultiFile::Read() {
-  unsigned char bytes[sizeof(T)];
-  const long got = ReadBuffer(bytes, sizeof(T));
-  VREX_ASSERT(got == static_cast<long>(sizeof(T)))
-      << "ReadBuffer() failed: sizeof(result): " << sizeof(T);
-  return LoadBE<T>(bytes);
+void DataSourceMultiFile::ReadIntegerBytes(unsigned char* dst, unsigned width) {
+  const long got = ReadBuffer(dst, width);
+  VREX_ASSERT(got == static_cast<long>(width)) << "ReadBuffer() failed: sizeof(result): " << width;
 }
-
-uint8_t DataSourceMultiFile::ReadUInt8() { return Read<uint8_t>(); }
-uint16_t DataSourceMultiFile::ReadUInt16() { return Read<uint16_t>(); }
-uint32_t DataSourceMultiFile::ReadUInt32() { return Read<uint32_t>(); }
-uint64_t DataSourceMultiFile::ReadUInt64() { return Read<uint64_t>(); }
 
 }  // namespace internal
 }  // namespace abstraction

@@ -1,6 +1,7 @@
 // DataSourceMultiFile: several files read as one long file, in the order given.
 #pragma once
 
+#include "datasource/integer_reads.h"
 #include <string>
 #include <vector>
 
@@ -10,7 +11,7 @@ namespace vrex {
 namespace abstraction {
 namespace internal {
 
-class DataSourceMultiFile : public ReadOnlyDataSource {
+class DataSourceMultiFile : public WithIntegerReads<DataSourceMultiFile, ReadOnlyDataSource> {
  public:
   DataSourceMultiFile() = default;
   ~DataSourceMultiFile() override;
@@ -27,14 +28,11 @@ class DataSourceMultiFile : public ReadOnlyDataSource {
   long ReadBuffer(unsigned char* dst, unsigned long count) override;
   const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
                                   int& err) override;
-  uint8_t ReadUInt8() override;
-  uint16_t ReadUInt16() override;
-  uint32_t ReadUInt32() override;
-  uint64_t ReadUInt64() override;
+
+  // Fills `width` bytes at the cursor and advances it; a read past the end is fatal.
+  void ReadIntegerBytes(unsigned char* dst, unsigned width);
 
  private:
-  template <typename T>
-  T Read();
   // Makes the next file current at its start when the current one is exhausted.
   int MoveToNextFileIfExhausted();
 

@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "abstraction/byte_order.h"
 #include "abstraction/errors.h"
 #include "abstraction/logging.h"
 
@@ -38,16 +37,16 @@ inline const unsigned char* PeekBytes(const unsigned char* base, unsigned long s
   return dst;
 }
 
-// `sizeName` names the size field in the fatal record of an overrun.
-template <typename T>
-T ReadBigEndian(const unsigned char* base, unsigned long size, unsigned long& cursor,
-                const char* sizeName) {
-  VREX_ASSERT(sizeof(T) <= size - cursor)
-      << "Bounds error: _cursor: " << cursor << "; sizeof(T): " << sizeof(T) << "; " << sizeName
+// Copies the `width` bytes of an integer at the cursor; `sizeName` names the size field in the
+// fatal record of an overrun.
+inline void ReadIntegerFromBytes(const unsigned char* base, unsigned long size,
+                                 unsigned long& cursor, unsigned char* dst, unsigned width,
+                                 const char* sizeName) {
+  VREX_ASSERT(width <= size - cursor)
+      << "Bounds error: _cursor: " << cursor << "; sizeof(T): " << width << "; " << sizeName
       << ": " << size;
-  T value = LoadBE<T>(base + cursor);
-  cursor += sizeof(T);
-  return value;
+  memcpy(dst, base + cursor, width);
+  cursor += width;
 }
 
 }  // namespace internal

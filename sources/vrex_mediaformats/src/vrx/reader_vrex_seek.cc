@@ -15,8 +15,33 @@ namespace {
 constexpr long kClosestBeforeWindowMillis = 4999;
 // Seek points further apart than this split a recording span.
 constexpr long kSeekPointGapMillis = 20000;
-// Frames this far apart split a span when a file has no partitions to list.
-constexpr long kFrameGapMillis = 2001;
+// Frames 2,001 ms or more apart split a span when a file has no partitions to list.
+constexpr long kFrameGapMillis = 2000;
+
+// Gathers wall clocks, in order, into spans: a step longer than `maxStep` starts a new one.
+class span_builder_t {
+ public:
+  span_builder_t(std::vector<fragment_t>& out, long maxStep) : _out(out), _maxStep(maxStep) {}
+
+  void Add(long wallClock) {
+    if (_open && wallClock - _span.end > _maxStep) Close();
+    if (!_open) {
+      _span.start = wallClock;
+      _open = true;
+    }
+    _span.end = wallClock;
+  }
+  void Close() {
+    if (_open) _out.push_back(_span);
+    _open = false;
+  }
+
+ private:
+  std::vector<fragment_t>& _out;
+  long _maxStep;
+  bool _open = false;
+  fragment_t _span;
+};
 
 struct candidate_t {
   long wallClock = -1;
@@ -200,23 +225,14 @@ int ReaderVREXImpl::ListFragments(long startMillis, long endMillis, std::vector<
     const seek_point_t* points = partition->_pSeekPoints;
     if (endMillis > 0 && points[0]._wallClockMillis > endMillis) break;
     if (startMillis > 0 && points[count - 1]._wallClockMillis < startMillis) continue;
-    bool open = false;
-    fragment_t span;
+    span_builder_t spans(out, kSeekPointGapMillis);
     for (unsigned long i = 0; i < count; ++i) {
       const long wallClock = points[i]._wallClockMillis;
       if (startMillis > 0 && wallClock < startMillis) continue;
-      if (open && wallClock - span.end > kSeekPointGapMillis) {
-        out.push_back(span);
-        open = false;
-      }
-      if (!open) {
-        span.start = wallClock;
-        open = true;
-      }
-      span.end = wallClock;
+      spans.Add(wallClock);
       if (endMillis > 0 && wallClock >= endMillis) break;
     }
-    if (open) out.push_back(span);
+    spans.Close();
   }
   _partitionReadCursor = savedPartitionCursor;
   return err;
@@ -227,25 +243,16 @@ int ReaderVREXImpl::ListFragmentsFull(long startMillis, long endMillis,
   const auto began = std::chrono::steady_clock::now();
   VREX_CHECK(SeekToRawOffset(_minCursor));
   const long from = std::max(startMillis, 0L);
-  bool open = false;
-  fragment_t span;
+  span_builder_t spans(out, kFrameGapMillis);
   int err = 0;
   while (const media::frame_t* frame = ReadFrame(err)) {
     if (media::tagKind(frame->tag) != 'V') continue;
     const long wallClock = FrameWallClock(*frame);
     if (wallClock < 0 || wallClock < from) continue;
     if (endMillis > 0 && wallClock > endMillis) break;
-    if (open && wallClock - span.end >= kFrameGapMillis) {
-      out.push_back(span);
-      open = false;
-    }
-    if (!open) {
-      span.start = wallClock;
-      open = true;
-    }
-    span.end = wallClock;
+    spans.Add(wallClock);
   }
-  if (open) out.push_back(span);
+  spans.Close();
   const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::steady_clock::now() - began);
   LOGD << "ReaderVREXImpl::ListFragmentsFull " << out.size() << " fragments in " << spent.count()

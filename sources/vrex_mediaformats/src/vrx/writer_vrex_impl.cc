@@ -100,6 +100,19 @@ void WriterVREXImpl::BeginPacket(vrex_protocol_track_t& track, uint16_t flags,
   if (flags & VRX_FLAG_CTS) track.PutHeader32(ts->cts);
 }
 
+void WriterVREXImpl::BeginDescriptor(vrex_protocol_track_t& track, const dts_cts_t& ts,
+                                     unsigned long payloadSize, long contentsLength) {
+  BeginPacket(track, DescriptorFlags(ts), &ts);
+  track.PutHeader32(static_cast<uint32_t>(payloadSize));
+  track.PutHeader64(static_cast<uint64_t>(contentsLength));
+}
+
+long WriterVREXImpl::EmitDescriptor(vrex_protocol_track_t& track) {
+  const long before = _bytesWritten;
+  VREX_CHECK(Emit(track));
+  return _bytesWritten - before;
+}
+
 int WriterVREXImpl::Emit(vrex_protocol_track_t& track) {
   message_t message;
   message.pieces = track.pieces;
@@ -287,17 +300,13 @@ long WriterVREXImpl::WritePartitionDescriptorStart(const dts_cts_t& ts, long con
   }
   vrex_protocol_track_t& track = _tracks[HEADER];
   const unsigned long payload = dynamicLength + kPartitionHeaderFixedPayload;
-  BeginPacket(track, DescriptorFlags(ts), &ts);
-  track.PutHeader32(static_cast<uint32_t>(payload));
-  track.PutHeader64(static_cast<uint64_t>(contentsLength));
+  BeginDescriptor(track, ts, payload, contentsLength);
   memcpy(track.header + track.headerLength, fixedMetadata, kFixedMetadataSize);
   track.headerLength += kFixedMetadataSize;
   track.AddHeader();
   track.Add(dynamicMetadata, dynamicLength);
   track.AddPadAndTrailer(payload);
-  const long before = _bytesWritten;
-  VREX_CHECK(Emit(track));
-  return _bytesWritten - before;
+  return EmitDescriptor(track);
 }
 
 long WriterVREXImpl::WritePartitionDescriptorEnd(const dts_cts_t& ts, long contentsLength,
@@ -309,18 +318,14 @@ long WriterVREXImpl::WritePartitionDescriptorEnd(const dts_cts_t& ts, long conte
   }
   vrex_protocol_track_t& track = _tracks[FOOTER];
   const unsigned long payload = seekTableLength + kPartitionFooterFixedPayload;
-  BeginPacket(track, DescriptorFlags(ts), &ts);
-  track.PutHeader32(static_cast<uint32_t>(payload));
-  track.PutHeader64(static_cast<uint64_t>(contentsLength));
+  BeginDescriptor(track, ts, payload, contentsLength);
   track.AddHeader();
   track.Add(seekTable, seekTableLength);
   unsigned char tableLength[4];
   StoreBE32(tableLength, seekTableLength);
   track.Add(tableLength, 4);
   track.AddPadAndTrailer(payload);
-  const long before = _bytesWritten;
-  VREX_CHECK(Emit(track));
-  return _bytesWritten - before;
+  return EmitDescriptor(track);
 }
 
 int WriterVREXImpl::ComputeSkipPacketHeaderAndFooter(unsigned int payloadLength,

@@ -90,7 +90,12 @@ class WriterVREXImpl : public WriterVREX {
   // CTS fields (flags must already say so).
   static void BeginPacket(vrex_protocol_track_t& track, uint16_t flags,
                           const media::dts_cts_t* ts);
+  // A descriptor's packet through its contents length word.
+  static void BeginDescriptor(vrex_protocol_track_t& track, const media::dts_cts_t& ts,
+                              unsigned long payloadSize, long contentsLength);
   int Emit(vrex_protocol_track_t& track);
+  // Emit, answering the bytes emitted.
+  long EmitDescriptor(vrex_protocol_track_t& track);
 
   Observer* _observer;
   unsigned long _maxPacketPayload;
