@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -53,12 +54,20 @@ void WriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes) 
 }
 
 std::string TempPath(const std::string& name) {
-  static const std::string dir = [] {
-    char templ[] = "/tmp/vidora_mp4_XXXXXX";
-    const char* made = mkdtemp(templ);
-    return std::string(made ? made : "/tmp");
-  }();
-  return dir + "/" + name;
+  // One directory per test process, removed when the process ends.
+  struct temp_dir_t {
+    std::string path;
+    temp_dir_t() {
+      char templ[] = "/tmp/vidora_mp4_XXXXXX";
+      const char* made = mkdtemp(templ);
+      path = made ? made : "/tmp";
+    }
+    ~temp_dir_t() {
+      if (path != "/tmp") std::filesystem::remove_all(path);
+    }
+  };
+  static const temp_dir_t dir;
+  return dir.path + "/" + name;
 }
 
 std::string ToString(const packet_t& p) {
