@@ -128,8 +128,10 @@ int moov_t::AddTrackFrames(const trak_t& trak, DataSource* source) {
     return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
   }
   size_t count = t.stsz->sample_count;
-  // Every sample costs a table entry (stsz or stts), which bounds the count by the file size.
-  if (t.stsz->sample_size != 0 && count > static_cast<size_t>(source->Size())) {
+  // A count without a size table is bounded by the bytes its samples would fill.
+  if (t.stsz->sample_size != 0 && count > static_cast<uint64_t>(source->Size()) / t.stsz->sample_size) {
+    LOGE << "<-# moov_t::AddTrackFrames FAILED! " << count << " samples of " << t.stsz->sample_size
+         << " bytes do not fit the file";
     return VREX_ERROR(ERR_MEDIAFORMATS_INTERNAL_STATE);
   }
   size_t first = frames.size();
