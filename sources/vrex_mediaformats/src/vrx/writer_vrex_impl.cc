@@ -21,6 +21,7 @@ using media::dts_cts_t;
 namespace internal {
 
 constexpr uint64_t kMaxDts32 = 0xFFFFFFFFull;
+constexpr unsigned long kMaxFrameSize = 0x7FFF0000ul;
 
 inline unsigned long Padding(unsigned long size) { return (4 - size % 4) % 4; }
 
@@ -167,18 +168,19 @@ int WriterVREXImpl::OpenPartitionInternal(const dts_cts_t& ts) {
   return 0;
 }
 
-long WriterVREXImpl::WriteFrame(vrex_protocol_track_t& track, const void* data,
-                                unsigned long size, const dts_cts_t& ts, bool key,
-                                bool standAlone) {
+int WriterVREXImpl::WriteFrame(vrex_protocol_track_t& track, const void* data,
+                               unsigned long size, const dts_cts_t& ts, bool key,
+                               bool standAlone) {
   if (size == 0) return 0;
-  if (data == nullptr || size > 0xFFFFFFFFul) {
+  // The result counts the bytes emitted as an int: a frame stays well below 2 GiB.
+  if (data == nullptr || size > kMaxFrameSize) {
     return VREX_ERROR(ERR_MEDIAFORMATS_INCORRECT_PARAMETERS);
   }
   const long before = _bytesWritten;
   VREX_CHECK(OpenPartitionInternal(ts));
   VREX_CHECK(WriteFrameData(track, static_cast<const unsigned char*>(data), size, ts, key,
                             standAlone));
-  return _bytesWritten - before;
+  return static_cast<int>(_bytesWritten - before);
 }
 
 int WriterVREXImpl::WriteSeekPoint(long frameOffset, const dts_cts_t& ts) {
@@ -202,46 +204,51 @@ int WriterVREXImpl::WriteSeekPoint(long frameOffset, const dts_cts_t& ts) {
   return 0;
 }
 
-long WriterVREXImpl::WriteVideoData(const void* data, unsigned long size, const dts_cts_t& ts,
-                                    bool key) {
+int WriterVREXImpl::WriteVideoData(const void* data, size_t size, const dts_cts_t& ts,
+                                   bool key) {
   return WriteVideoData(data, size, ts, key, media::TAG_VH264);
 }
 
-long WriterVREXImpl::WriteVideoData(const void* data, unsigned long size, const dts_cts_t& ts,
-                                    bool key, unsigned long codecTag) {
+int WriterVREXImpl::WriteVideoData(const void* data, size_t size, const dts_cts_t& ts,
+                                   bool key, unsigned long codecTag) {
   vrex_protocol_track_t& track = codecTag == media::TAG_VH265 ? _tracks[H265]
                                  : codecTag == media::TAG_VAV1 ? _tracks[AV1]
                                                                : _tracks[H264];
   const long frameOffset = _bytesWritten;
-  const long written = WriteFrame(track, data, size, ts, key, false);
+  const int written = WriteFrame(track, data, size, ts, key, false);
   if (written <= 0 || !key) return written;
   VREX_CHECK(WriteSeekPoint(frameOffset, ts));
   return written;
 }
 
-long WriterVREXImpl::WriteAudioData(const void* data, unsigned long size, const dts_cts_t& ts) {
+int WriterVREXImpl::WriteAudioData(const void* data, size_t size, const dts_cts_t& ts) {
   return WriteAudioData(data, size, ts, media::TAG_AAAC);
 }
 
-long WriterVREXImpl::WriteAudioData(const void* data, unsigned long size, const dts_cts_t& ts,
-                                    unsigned long codecTag) {
+int WriterVREXImpl::WriteAudioData(const void* data, size_t size, const dts_cts_t& ts,
+                                   unsigned long codecTag) {
   vrex_protocol_track_t& track = codecTag == media::TAG_AOPUS ? _tracks[OPUS] : _tracks[AAC];
   return WriteFrame(track, data, size, ts, true, true);
 }
 
-long WriterVREXImpl::WriteImageData(const char* data, unsigned long size, const dts_cts_t& ts) {
+int WriterVREXImpl::WriteImageData(const char* data, size_t size, const dts_cts_t& ts,
+                                   unsigned long) {
+  return WriteImageData(data, size, ts);
+}
+
+int WriterVREXImpl::WriteImageData(const char* data, size_t size, const dts_cts_t& ts) {
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(data);
   if (bytes == nullptr || size <= 2 || bytes[0] != 0xFF || bytes[1] != 0xD8 || bytes[2] != 0xFF) {
     return VREX_ERROR(ERR_MEDIAFORMATS_INCORRECT_PARAMETERS);
   }
   const long frameOffset = _bytesWritten;
-  const long written = WriteFrame(_tracks[JPEG], data, size, ts, true, true);
+  const int written = WriteFrame(_tracks[JPEG], data, size, ts, true, true);
   if (written <= 0) return written;
   VREX_CHECK(WriteSeekPoint(frameOffset, ts));
   return written;
 }
 
-long WriterVREXImpl::WriteSnapshotMeta(const dts_cts_t& ts, unsigned long refTag) {
+int WriterVREXImpl::WriteSnapshotMeta(const dts_cts_t& ts, unsigned long refTag) {
   unsigned char payload[kSnapshotMetaPayloadSize];
   StoreBE16(payload, 1);
   StoreBE16(payload + 2, 8);
@@ -251,7 +258,7 @@ long WriterVREXImpl::WriteSnapshotMeta(const dts_cts_t& ts, unsigned long refTag
   return WriteFrame(_tracks[SNAPSHOT], payload, sizeof(payload), ts, true, true);
 }
 
-long WriterVREXImpl::WriteClockSync(const media::clock_sync_t& sync) {
+int WriterVREXImpl::WriteClockSync(const media::clock_sync_t& sync) {
   const dts_cts_t ts(sync.sc.value, sync.sc.clockRate, 0);
   const long before = _bytesWritten;
   VREX_CHECK(OpenPartitionInternal(ts));
@@ -287,7 +294,7 @@ long WriterVREXImpl::WriteClockSync(const media::clock_sync_t& sync) {
   track.Add(track.trailer, 4);
   VREX_CHECK(Emit(track));
   if (_partition) _partition->clockSyncEnd = _bytesWritten;
-  return _bytesWritten - before;
+  return static_cast<int>(_bytesWritten - before);
 }
 
 long WriterVREXImpl::WritePartitionDescriptorStart(const dts_cts_t& ts, long contentsLength,

@@ -41,16 +41,18 @@ class WriterVREXImpl : public WriterVREX {
   WriterVREXImpl(unsigned int maxPacketPayload, Observer* observer);
   ~WriterVREXImpl() override;
 
-  long WriteVideoData(const void* data, unsigned long size, const media::dts_cts_t& ts,
-                      bool key) override;
-  long WriteVideoData(const void* data, unsigned long size, const media::dts_cts_t& ts, bool key,
-                      unsigned long codecTag) override;
-  long WriteAudioData(const void* data, unsigned long size, const media::dts_cts_t& ts) override;
-  long WriteAudioData(const void* data, unsigned long size, const media::dts_cts_t& ts,
-                      unsigned long codecTag) override;
-  long WriteClockSync(const media::clock_sync_t& sync) override;
-  long WriteImageData(const char* data, unsigned long size, const media::dts_cts_t& ts) override;
-  long WriteSnapshotMeta(const media::dts_cts_t& ts, unsigned long refTag) override;
+  int WriteVideoData(const void* data, size_t size, const media::dts_cts_t& ts,
+                     bool key) override;
+  int WriteVideoData(const void* data, size_t size, const media::dts_cts_t& ts, bool key,
+                     unsigned long codecTag) override;
+  int WriteAudioData(const void* data, size_t size, const media::dts_cts_t& ts) override;
+  int WriteAudioData(const void* data, size_t size, const media::dts_cts_t& ts,
+                     unsigned long codecTag) override;
+  int WriteClockSync(const media::clock_sync_t& sync) override;
+  int WriteImageData(const char* data, size_t size, const media::dts_cts_t& ts) override;
+  int WriteImageData(const char* data, size_t size, const media::dts_cts_t& ts,
+                     unsigned long codecTag) override;
+  int WriteSnapshotMeta(const media::dts_cts_t& ts, unsigned long refTag) override;
   int OpenPartition(const partition_info_t* info) override;
   long ClosePartition() override;
   long WritePartitionDescriptorStart(const media::dts_cts_t& ts, long contentsLength,
@@ -79,8 +81,8 @@ class WriterVREXImpl : public WriterVREX {
 
   enum TrackIndex { AAC, OPUS, H264, H265, AV1, CLOCK_SYNC, JPEG, SNAPSHOT, HEADER, FOOTER, COUNT };
 
-  long WriteFrame(vrex_protocol_track_t& track, const void* data, unsigned long size,
-                  const media::dts_cts_t& ts, bool key, bool standAlone);
+  int WriteFrame(vrex_protocol_track_t& track, const void* data, unsigned long size,
+                 const media::dts_cts_t& ts, bool key, bool standAlone);
   int WriteFrameData(vrex_protocol_track_t& track, const unsigned char* data, unsigned long size,
                      const media::dts_cts_t& ts, bool key, bool standAlone);
   int OpenPartitionInternal(const media::dts_cts_t& ts);

@@ -5,8 +5,8 @@
 // Ownership: Create returns an owning pointer; the observer must outlive the writer.
 // Threads: a writer belongs to one thread; the observer is called on it, synchronously, and
 // the pieces it receives are valid only during the call.
-// Results: the write operations return the bytes emitted (0 for an empty frame) or a negative
-// code of vrex::mediaformats: ERR_MEDIAFORMATS_WRITER_OBSERVER_FAILED when the observer refused
+// Results: the write operations return the bytes emitted (0 for an empty frame; frames are
+// at most 2 GiB) or a negative code of vrex::mediaformats: ERR_MEDIAFORMATS_WRITER_OBSERVER_FAILED when the observer refused
 // a packet (the byte count then stays where it was), ERR_MEDIAFORMATS_INCORRECT_PARAMETERS,
 // ERR_MEDIAFORMATS_PARTITION_ALREADY_OPEN, ERR_MEDIAFORMATS_PARTITION_TABLE_FULL.
 #pragma once
@@ -18,12 +18,13 @@
 
 #include "media/clock_sync.h"
 #include "media/timestamp.h"
+#include "mediaformats/base_writer.h"
 #include "mediaformats/vrx/vrx_format.h"
 
 namespace vrex {
 namespace mediaformats {
 
-class WriterVREX {
+class WriterVREX : public BaseWriter {
  public:
   // The pieces of one packet, in order.
   struct message_t {
@@ -56,24 +57,25 @@ class WriterVREX {
   static long ComputeRequiredSpace(const media::timestamp_t* ts, unsigned int cts,
                                    unsigned long payloadLength);
 
-  virtual ~WriterVREX() = default;
+  ~WriterVREX() override = default;
 
   // H.264 on TID 7, unless `codecTag` is H.265 (TID 1003) or AV1 (TID 1004). A key frame makes
   // a seek point in an open partition that has a valid clock sync.
-  virtual long WriteVideoData(const void* data, unsigned long size, const media::dts_cts_t& ts,
-                              bool key) = 0;
-  virtual long WriteVideoData(const void* data, unsigned long size, const media::dts_cts_t& ts,
-                              bool key, unsigned long codecTag) = 0;
+  int WriteVideoData(const void* data, size_t size, const media::dts_cts_t& ts,
+                     bool key) override = 0;
+  int WriteVideoData(const void* data, size_t size, const media::dts_cts_t& ts, bool key,
+                     unsigned long codecTag) override = 0;
   // AAC on TID 1000, Opus (TID 1002) when `codecTag` says so.
-  virtual long WriteAudioData(const void* data, unsigned long size,
-                              const media::dts_cts_t& ts) = 0;
-  virtual long WriteAudioData(const void* data, unsigned long size, const media::dts_cts_t& ts,
-                              unsigned long codecTag) = 0;
-  virtual long WriteClockSync(const media::clock_sync_t& sync) = 0;
-  // A JPEG starting FF D8 FF and longer than 2 bytes; always a seek point.
-  virtual long WriteImageData(const char* data, unsigned long size,
-                              const media::dts_cts_t& ts) = 0;
-  virtual long WriteSnapshotMeta(const media::dts_cts_t& ts, unsigned long refTag) = 0;
+  int WriteAudioData(const void* data, size_t size, const media::dts_cts_t& ts) override = 0;
+  int WriteAudioData(const void* data, size_t size, const media::dts_cts_t& ts,
+                     unsigned long codecTag) override = 0;
+  int WriteClockSync(const media::clock_sync_t& sync) override = 0;
+  // A JPEG starting FF D8 FF and longer than 2 bytes; always a seek point. The tag is not
+  // stored: the track says JPEG.
+  virtual int WriteImageData(const char* data, size_t size, const media::dts_cts_t& ts) = 0;
+  int WriteImageData(const char* data, size_t size, const media::dts_cts_t& ts,
+                     unsigned long codecTag) override = 0;
+  int WriteSnapshotMeta(const media::dts_cts_t& ts, unsigned long refTag) override = 0;
 
   // Starts a partition; its header is written with the first frame or clock sync, whose
   // timestamp it takes. Seek offsets are relative to the header.
