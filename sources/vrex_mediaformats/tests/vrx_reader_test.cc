@@ -160,10 +160,14 @@ TEST(ReaderVrexHandLaidTest, FragmentsWithAndWithoutTrailerWords) {
     });
     TempFile file(bytes);
     RecordingObserver observer;
+    observer.refuseAt = 0;  // the whole frame is refused once, then read again
     auto reader = Open(file.path(), &observer);
     int err = 0;
+    EXPECT_TRUE(ReadAll(*reader, err).empty());
+    EXPECT_EQ(err, ERR_MEDIAFORMATS_READER_OBSERVER_FAILED);
     const std::vector<frame_record_t> frames = ReadAll(*reader, err);
     EXPECT_EQ(err, 0);
+    EXPECT_EQ(observer.events.size(), 3u);  // no loss, no malformed fragments on the retry
     ASSERT_EQ(frames.size(), 2u) << continuationTrailers;
     EXPECT_EQ(frames[0].bytes, (Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     EXPECT_EQ(frames[0].dts, 3000);
@@ -273,6 +277,72 @@ TEST(ReaderVrexHandLaidTest, UnpartitionedFileEndsThePartitionWalk) {
   ASSERT_EQ(fragments.size(), 1u);
   EXPECT_EQ(fragments[0].start, 1000000);
   EXPECT_EQ(fragments[0].end, 1001000);
+}
+
+TEST(ReaderVrexObserverTest, ARefusalStopsTheRead) {
+  const hand_file_t hand = HandLaidPartition();
+  TempFile file(hand.bytes);
+  for (int refuseAt = 0; refuseAt < 9; ++refuseAt) {
+    RecordingObserver observer;
+    observer.refuseAt = refuseAt;
+    auto reader = Open(file.path(), &observer);
+    int err = 0;
+    std::vector<frame_record_t> frames = ReadAll(*reader, err);
+    EXPECT_EQ(err, ERR_MEDIAFORMATS_READER_OBSERVER_FAILED) << refuseAt;
+    ASSERT_EQ(observer.events.size(), static_cast<size_t>(refuseAt + 1));
+    // The reader stays on the packet whose event was refused: the next read tells it again.
+    frames = ReadAll(*reader, err);
+    EXPECT_EQ(err, 0);
+    EXPECT_EQ(observer.events[refuseAt + 1], observer.events[refuseAt]) << refuseAt;
+    EXPECT_EQ(observer.events.size(), 10u);
+  }
+}
+
+TEST(ReaderVrexStopAtFooterTest, EndsOnTheFooterOfAGrowingFile) {
+  const hand_file_t hand = HandLaidPartition();
+  TempFile file(hand.bytes);
+  int err = 0;
+  auto reader = ReaderVREX::Create(nullptr, std::vector<std::string>{file.path()}, true, 0, -1,
+                                   true, err);
+  ASSERT_NE(reader, nullptr);
+  EXPECT_EQ(ReadAll(*reader, err).size(), 3u);
+  EXPECT_EQ(err, ERR_MEDIAFORMATS_NEED_MORE_DATA);
+  EXPECT_EQ(reader->GetCurrentRawOffset(), static_cast<long>(hand.bytes.size()) - 44);
+  // Without the flag the footer is just another packet.
+  auto plain = Open(file.path());
+  EXPECT_EQ(ReadAll(*plain, err).size(), 3u);
+  EXPECT_EQ(err, 0);
+  EXPECT_EQ(plain->GetCurrentRawOffset(), static_cast<long>(hand.bytes.size()));
+}
+
+TEST(PartitionTest, DeepCopyAndText) {
+  partition_t partition;
+  partition._offset = 0;
+  partition._size = 100;
+  partition._fixedMetadata[0] = 0xAB;
+  partition._dynamicMetadata = {36, 2};
+  partition._contents = {44, 12};
+  const seek_point_t points[] = {{44, 1763800000000}, {50, 1763800000500}};
+  partition.SetSeekpoints(points, 2);
+  partition._lastWallClockMillis = 1763800000900;
+  partition_t copy = partition;
+  partition.SetSeekpoints(nullptr, 0);
+  EXPECT_EQ(partition._pSeekPoints, nullptr);
+  ASSERT_EQ(copy._seekPointsCount, 2u);
+  EXPECT_EQ(copy._pSeekPoints[1]._offset, 50);
+  const std::string text = copy.ToString(false);
+  EXPECT_EQ(text.substr(0, 19), "\n  fixed metadata: ");
+  const std::string rest = text.substr(text.find("\ndynamic metadata:"));
+  EXPECT_EQ(rest,
+            "\ndynamic metadata: 36/2"
+            "\n        contents: 44/12"
+            "\n     seek points: 2"
+            "\n       0. OFF: 44; WC: 1763800000000"
+            "\n       1. OFF: 50; WC: 1763800000500"
+            "\n     END. OFF: 56; WC: 1763800000900");
+  EXPECT_NE(copy.ToString(true).find("OFF: 50; WC: 2025-11-22 08:26:40.500"), std::string::npos);
+  copy.AllocateSeekPoints(3, true);
+  EXPECT_EQ(copy._pSeekPoints[2]._wallClockMillis, 0);
 }
 
 TEST(ReaderVrexFactoryTest, Refusals) {

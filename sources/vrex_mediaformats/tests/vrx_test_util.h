@@ -97,13 +97,12 @@ class RecordingObserver : public ReaderVREX::Observer {
  public:
   int SignalPacketsLoss(unsigned short tid, VREXPayloadType, long offset, unsigned short last,
                         unsigned short expected, unsigned short got) override {
-    Add("loss tid=" + std::to_string(tid) + " at=" + std::to_string(offset) + " last=" +
+    return Add("loss tid=" + std::to_string(tid) + " at=" + std::to_string(offset) + " last=" +
         std::to_string(last) + " expected=" + std::to_string(expected) + " got=" +
         std::to_string(got));
-    return 0;
   }
   int SignalMalformedPacketsDetected(unsigned short tid, VREXPayloadType) override {
-    Add("malformed tid=" + std::to_string(tid));
+    return Add("malformed tid=" + std::to_string(tid));
     return 0;
   }
   int SignalPayloadRaw(unsigned short tid, VREXPayloadType, abstraction::DataSource* ds,
@@ -115,13 +114,11 @@ class RecordingObserver : public ReaderVREX::Observer {
       int err = 0;
       EXPECT_NE(ds->PeekBuffer(bytes.data(), offset, size, err), nullptr);
     }
-    Add("raw tid=" + std::to_string(tid) + " size=" + std::to_string(size) + " first=" +
+    return Add("raw tid=" + std::to_string(tid) + " size=" + std::to_string(size) + " first=" +
         (size > 0 ? std::to_string(bytes[0]) : std::string("-")));
-    return 0;
   }
   int SignalPayloadScToWc(const media::clock_sync_t& sync) override {
-    Add("sync " + sync.ToString() + " at=" + std::to_string(sync.offset));
-    return 0;
+    return Add("sync " + sync.ToString() + " at=" + std::to_string(sync.offset));
   }
   int SignalPartitionHeader(unsigned short) override { return Add("header"); }
   int SignalPartitionFooter(unsigned short) override { return Add("footer"); }

@@ -56,9 +56,9 @@ int vrx_track_t::FetchPayload(DataSource* source, long offset, const unsigned ch
   return 0;
 }
 
-vrx_track_t::vrx_track_t() : _reassembly(DataSource::GetInstance(0L)) {}
+vrx_track_t::vrx_track_t() = default;
 
-vrx_track_t::~vrx_track_t() { DataSource::FreeInstance(_reassembly); }
+vrx_track_t::~vrx_track_t() = default;
 
 void vrx_track_t::Initialize(uint16_t tid, ReaderVREX::Observer* observer,
                              media::clock_sync_t* clockSync) {
@@ -71,12 +71,23 @@ void vrx_track_t::Initialize(uint16_t tid, ReaderVREX::Observer* observer,
 
 void vrx_track_t::Reset() {
   _lastSequence = 0;
-  _reassembly->Clear();
+  _reassembly.clear();
   _frameComplete = false;
 }
 
+int vrx_track_t::AppendPayload(DataSource* source, long size) {
+  const size_t held = _reassembly.size();
+  _reassembly.resize(held + static_cast<size_t>(size));
+  const long read = source->ReadBuffer(_reassembly.data() + held, static_cast<unsigned long>(size));
+  if (read < 0) {
+    _reassembly.resize(held);
+    return static_cast<int>(read);
+  }
+  return 0;
+}
+
 int vrx_track_t::DropFragments() {
-  _reassembly->Clear();
+  _reassembly.clear();
   if (_observer != nullptr && _observer->SignalMalformedPacketsDetected(_packet.Tid(), _type)) {
     return VREX_ERROR(ERR_MEDIAFORMATS_READER_OBSERVER_FAILED);
   }
@@ -90,7 +101,7 @@ int vrx_track_t::Read(DataSource* source, const unsigned char* bytes, unsigned l
   _headerCount = count;
   const int parsed = _packet.Read(source, bytes, count);
   if (parsed < 0) {
-    _reassembly->Clear();
+    _reassembly.clear();
     return parsed;
   }
   if (parsed == 0) return 0;
@@ -106,8 +117,9 @@ int vrx_track_t::Read(DataSource* source, const unsigned char* bytes, unsigned l
     if (refused) return VREX_ERROR(ERR_MEDIAFORMATS_READER_OBSERVER_FAILED);
   }
 
+  const uint16_t previousSequence = _lastSequence;
   if (_lastSequence != 0 && _packet.sequence != static_cast<uint16_t>(_lastSequence + 1)) {
-    _reassembly->Clear();
+    _reassembly.clear();
     if (_observer != nullptr &&
         _observer->SignalPacketsLoss(tid, _type, _packet.offset, _lastSequence,
                                      static_cast<uint16_t>(_lastSequence + 1), _packet.sequence)) {
@@ -118,7 +130,7 @@ int vrx_track_t::Read(DataSource* source, const unsigned char* bytes, unsigned l
 
   int result = 0;
   if (_packet.IsStart()) {
-    _reassembly->Clear();
+    _reassembly.clear();
     _keyFrame = _packet.IsKey();
     _frameTs = media::dts_cts_t(_packet.dts, _packet.clockRate, _packet.cts);
     if (_packet.IsEnd()) {
@@ -126,29 +138,29 @@ int vrx_track_t::Read(DataSource* source, const unsigned char* bytes, unsigned l
       result = SignalPayload(source, payloadOffset, nullptr, payloadSize);
     } else {
       _frameSize = _packet.frameSize;
-      const long appended = _reassembly->AppendDataSourceNonBlocking(source, payloadSize);
-      if (appended < 0) result = static_cast<int>(appended);
+      result = AppendPayload(source, payloadSize);
     }
-  } else if (_reassembly->Size() > 0 || _packet.IsEnd()) {
+  } else if (!_reassembly.empty() || _packet.IsEnd()) {
     // A continuation is kept only behind a first fragment, and only while it fits the size
     // that fragment announced.
-    const long expected = static_cast<long>(_frameSize) - _reassembly->Size();
-    if (_reassembly->Size() == 0 || payloadSize > expected ||
-        (_packet.IsEnd() && payloadSize != expected)) {
+    const long held = static_cast<long>(_reassembly.size());
+    const long expected = static_cast<long>(_frameSize) - held;
+    if (held == 0 || payloadSize > expected || (_packet.IsEnd() && payloadSize != expected)) {
       result = DropFragments();
     } else {
-      const long appended = _reassembly->AppendDataSourceNonBlocking(source, payloadSize);
-      if (appended < 0) {
-        result = static_cast<int>(appended);
-      } else if (_packet.IsEnd()) {
-        int err = 0;
-        const unsigned char* frame = _reassembly->PeekBuffer(nullptr, 0, _reassembly->Size(), err);
+      result = AppendPayload(source, payloadSize);
+      if (result >= 0 && _packet.IsEnd()) {
         _frameComplete = true;
-        result = SignalPayload(_reassembly, 0, frame, _reassembly->Size());
+        result = SignalPayload(nullptr, 0, _reassembly.data(), held + payloadSize);
       }
+      // A retry of this packet must find the fragments as they were before it.
+      if (result < 0) _reassembly.resize(held);
     }
   }
-  if (result < 0) return result;
+  if (result < 0) {
+    _lastSequence = previousSequence;
+    return result;
+  }
   source->Cursor(_packet.offset + _packet.packetSize);
   return 1;
 }

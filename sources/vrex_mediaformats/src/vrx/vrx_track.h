@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "abstraction/datasource.h"
 #include "media/frame.h"
@@ -68,12 +69,14 @@ class vrx_track_t {
   int ReadSnapshotMeta(abstraction::DataSource* source, long offset, const unsigned char* memory,
                        long size);
   int DropFragments();
+  // Appends `size` payload bytes at the source's cursor to the frame being built.
+  int AppendPayload(abstraction::DataSource* source, long size);
   int FetchPayload(abstraction::DataSource* source, long offset, const unsigned char* memory,
                    long count, unsigned char* dst) const;
 
   ReaderVREX::Observer* _observer = nullptr;  // may be null
   vrx_packet_t _packet;
-  abstraction::DataSource* _reassembly = nullptr;  // owned; memory kind
+  std::vector<unsigned char> _reassembly;  // fragments of the frame being built
   bool _keyFrame = false;
   media::dts_cts_t _frameTs;   // of the first fragment
   uint32_t _frameSize = 0;     // announced by the first fragment
