@@ -32,7 +32,8 @@ class codec_info_video_h264_t : public codec_info_video_t {
   static codec_info_video_h264_t* GetInstance(const unsigned char* data, size_t size,
                                               unsigned clockRate, int& error);
 
-  // Reads the NAL units from the cursor to the end of `source`.
+  // Reads all that remains of `source` from its cursor into memory: meant for a source that
+  // holds one frame (GetInstance(frame) reads only the frame's bytes).
   int Init(abstraction::DataSource* source, unsigned clockRate);
   int Init(const uint8_t* data, size_t size, unsigned clockRate);
 
