@@ -4,7 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "common/workers_pools_manager.h"
 #include "vrxutils/callbacks.h"
 #include "vrxutils/task_vrx_file_info.h"
 #include "vrxutils/task_vrx_file_list.h"
@@ -15,12 +14,6 @@ namespace nodejs {
 namespace vrxutils {
 
 namespace {
-
-Napi::Value Enqueue(Napi::Env env, std::shared_ptr<common::Task> task) {
-  const long id = task->Id();
-  common::WorkersPoolsManager::Enqueue(std::move(task), true);
-  return Napi::Number::New(env, static_cast<double>(id));
-}
 
 // (fileName, callback) or a thrown "<-# FAILED! <function> Invalid parameters".
 bool ReadFileNameArguments(const Napi::CallbackInfo& info, const char* function) {
@@ -33,9 +26,9 @@ Napi::Value ListFile(const Napi::CallbackInfo& info, const char* function, int k
   Napi::Env env = info.Env();
   if (!ReadFileNameArguments(info, function)) return env.Null();
   const common::async_callback_info_t completion{env, info[1], env, info.This()};
-  return Enqueue(env, std::make_shared<TaskVRXFileList>(env, common::Task::GenerateId(),
-                                                        info[0].As<Napi::String>().Utf8Value(),
-                                                        kind, completion));
+  return EnqueueTask(env, std::make_shared<TaskVRXFileList>(env, common::Task::GenerateId(),
+                                                            info[0].As<Napi::String>().Utf8Value(),
+                                                            kind, completion));
 }
 
 }  // namespace
@@ -44,9 +37,9 @@ Napi::Value callback_vrxFileInfo(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (!ReadFileNameArguments(info, "callback_vrxFileInfo")) return env.Null();
   const common::async_callback_info_t completion{env, info[1], env, info.This()};
-  return Enqueue(env, std::make_shared<TaskVRXFileInfo>(env, common::Task::GenerateId(),
-                                                        info[0].As<Napi::String>().Utf8Value(),
-                                                        completion));
+  return EnqueueTask(env, std::make_shared<TaskVRXFileInfo>(env, common::Task::GenerateId(),
+                                                            info[0].As<Napi::String>().Utf8Value(),
+                                                            completion));
 }
 
 Napi::Value callback_vrxFileListFrames(const Napi::CallbackInfo& info) {
@@ -64,7 +57,8 @@ Napi::Value callback_vrxFileListFragments(const Napi::CallbackInfo& info) {
     ThrowInvalidParameters(env, "callback_vrxFileListFragments");
     return env.Null();
   }
-  return Enqueue(env, std::make_shared<TaskVRXFileListFragments>(env, common::Task::GenerateId(), params));
+  return EnqueueTask(
+      env, std::make_shared<TaskVRXFileListFragments>(env, common::Task::GenerateId(), params));
 }
 
 }  // namespace vrxutils
