@@ -45,6 +45,32 @@ sanitized_js_tests() {
     node --test --test-concurrency=1 test/*.test.js
 }
 
+fuzz_smoke() {
+  # The parsers' libFuzzer targets, built with clang and each run briefly from an empty corpus.
+  if ! command -v clang++ >/dev/null; then
+    echo "clang++ not found: fuzz targets not built"
+    return 1
+  fi
+  CC=clang CXX=clang++ cmake -S "$root" -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DVIDORA_BUILD_FUZZ=ON -DVIDORA_BUILD_TESTS=OFF -DVIDORA_BUILD_ADDON=OFF >/dev/null || return 1
+  local targets
+  targets=$(cd fuzz && ls *_fuzzer.cc | sed 's/\.cc$//')
+  # shellcheck disable=SC2086
+  cmake --build build-fuzz --parallel "$jobs" --target $targets || return 1
+  local target corpus status
+  for target in $targets; do
+    corpus=$(mktemp -d)
+    echo "-- $target"
+    "build-fuzz/fuzz/$target" -max_total_time="${VIDORA_FUZZ_SECONDS:-10}" "$corpus" \
+      >"$corpus.log" 2>&1
+    status=$?
+    tail -n 1 "$corpus.log"
+    [ "$status" -eq 0 ] || tail -n 40 "$corpus.log"
+    rm -rf "$corpus" "$corpus.log"
+    [ "$status" -eq 0 ] || return 1
+  done
+}
+
 step "build (Release, with the benchmarks)" build build -DVIDORA_BUILD_BENCH=ON
 step "C++ tests (Release)" ctest --test-dir build --output-on-failure -j "$jobs"
 step "JavaScript tests" js_tests
@@ -52,6 +78,7 @@ step "type check of index.d.ts" npx --no-install tsc -p test/types
 step "build (ASan+UBSan)" build build-sanitize -DVIDORA_SANITIZE=address,undefined
 step "C++ tests (ASan+UBSan)" ctest --test-dir build-sanitize --output-on-failure -j "$jobs"
 step "JavaScript tests (ASan+UBSan)" sanitized_js_tests
+step "fuzz targets (clang, short runs)" fuzz_smoke
 
 echo
 for name in "${failures[@]}"; do echo "FAILED: $name"; done
