@@ -35,6 +35,8 @@ TEST(RescaleTest, RoundsHalfUpAndRefusesMissingTimes) {
       {0, 0, 0, -1},
       // A wall clock of today at 1 GHz to ms would wrap 64 bits in the product.
       {1763800000123456789LL, 1000000000u, 1000u, 1763800000123LL},
+      {INT64_MAX, 1, 2, -1},  // past int64
+      {INT64_MAX, 1, 1, INT64_MAX},
   };
   for (const row_t& row : rows) {
     EXPECT_EQ(rescale(row.value, row.from, row.to), row.expected)
@@ -68,6 +70,11 @@ TEST(ClockSyncTest, ComputeWallClock) {
     EXPECT_EQ(sync.ComputeWallClock(timestamp_t(row.value, row.rate), row.out), row.expected);
     EXPECT_EQ(sync.ComputeWallClock(static_cast<long>(row.value), row.rate, row.out), row.expected);
   }
+  clock_sync_t huge;
+  huge.sc = timestamp_t(0, 1000);
+  huge.wc = timestamp_t(INT64_MAX - 5, 1000);
+  EXPECT_EQ(huge.ComputeWallClock(timestamp_t(5, 1000), 1000), INT64_MAX);
+  EXPECT_EQ(huge.ComputeWallClock(timestamp_t(6, 1000), 1000), -1);
   sync.Clear();
   EXPECT_EQ(sync.ComputeWallClock(timestamp_t(180000, 90000), 1000), -1);
   EXPECT_EQ(sync.offset, -1);

@@ -2,6 +2,8 @@
 // ffmpeg-made streams written in many shapes.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "mediaformats/errors.h"
 #include "mediaformats/vrx/reader_vrex.h"
 #include "vrx_recording.h"
@@ -254,6 +256,46 @@ TEST(ReaderVrexHandLaidTest, PartialPacketAtTheEndIsTheEndOfData) {
     EXPECT_EQ(err, 0) << cut;
     EXPECT_EQ(reader->GetCurrentRawOffset(), static_cast<long>(first.size()));
   }
+}
+
+TEST(ReaderVrexHandLaidTest, ExtremeSeekTableValues) {
+  // A footer whose entries hold the extremes of 64 bits: the walks must neither overflow nor
+  // move the reader outside the file.
+  const Bytes frame = HandPacket(0x0007, 0xE90C, 1, Be32(0), {1});
+  Bytes footerPayload;
+  Put64(footerPayload, frame.size());
+  const uint64_t extremes[][2] = {{0, 0x8000000000000000ull},
+                                  {0x7FFFFFFFFFFFFFFFull, 0x7FFFFFFFFFFFFFFFull},
+                                  {0xFFFFFFFFFFFFFFFFull, 0xFFFFFFFFFFFFFFFFull},
+                                  {16, 0x7FFFFFFFFFFFFFFFull}};
+  for (const auto& entry : extremes) {
+    Put64(footerPayload, entry[0]);
+    Put64(footerPayload, entry[1]);
+  }
+  Put32(footerPayload, sizeof(extremes));
+  Bytes headerPayload;
+  Put64(headerPayload, frame.size());
+  headerPayload.insert(headerPayload.end(), 12, 0);
+  const Bytes bytes = Concat({HandPacket(0x0009, 0xF100, 0, {}, headerPayload), frame,
+                              HandPacket(0x000A, 0xF100, 0, {}, footerPayload)});
+  TempFile file(bytes);
+  auto reader = Open(file.path());
+  int err = 0;
+  const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_VIDEO_AND_IMAGES, err);
+  EXPECT_EQ(partition, nullptr);  // the last entry sends the walk into the header's bytes
+  EXPECT_EQ(err, ERR_MEDIAFORMATS_INCORRECT_VRX_CONTENT);
+  std::vector<fragment_t> fragments;
+  EXPECT_EQ(reader->ListFragments(0, 0, fragments), 0);
+  // Steps that overflow are gaps: MIN | MAX | -1 (a step back) | MAX.
+  ASSERT_EQ(fragments.size(), 3u);
+  EXPECT_EQ(fragments[0].start, LONG_MIN);
+  EXPECT_EQ(fragments[1].end, -1);
+  EXPECT_EQ(fragments[2].start, LONG_MAX);
+  for (long target : {0L, 1L, LONG_MAX}) {
+    EXPECT_LT(reader->SeekToWallClock(target, SNAP_TO_IDR_CLOSEST).second, 0);
+  }
+  long start = -1, stop = -1;
+  EXPECT_LT(reader->GetStartStopTimestamp(start, stop), 0);
 }
 
 TEST(ReaderVrexHandLaidTest, UnpartitionedFileEndsThePartitionWalk) {

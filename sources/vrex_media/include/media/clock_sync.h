@@ -20,7 +20,7 @@ struct clock_sync_t {
   void Clear() { *this = clock_sync_t(); }
 
   // rescale(ts) + rescale(wc) - rescale(sc), all to `outRate`; -1 when this object is not
-  // valid, `ts` has no time or `outRate` is 0.
+  // valid, `ts` has no time, `outRate` is 0 or the result does not fit int64.
   long ComputeWallClock(const timestamp_t& ts, unsigned outRate) const;
   long ComputeWallClock(long value, unsigned rate, unsigned outRate) const;
 

@@ -10,8 +10,8 @@ namespace media {
 
 // Converts `value` from `fromRate` to `toRate`, rounding half up:
 // ((fromRate >> 1) + value * toRate) / fromRate, unsigned. The product is taken in 128 bits so
-// that nanosecond clocks of today's wall clock do not wrap. A negative value or a zero
-// `fromRate` gives -1; equal rates give `value`.
+// that nanosecond clocks of today's wall clock do not wrap. A negative value, a zero
+// `fromRate` or a result past int64 gives -1; equal rates give `value`.
 int64_t rescale(int64_t value, uint32_t fromRate, uint32_t toRate);
 
 // A wall clock in ms since the epoch as UTC text, "2026-11-22 10:15:30.123"; a negative value

@@ -1,6 +1,7 @@
 // clock_sync_t: stream clock to wall clock.
 #include "media/clock_sync.h"
 
+#include <cstdint>
 #include <cstdio>
 
 namespace vrex {
@@ -8,9 +9,12 @@ namespace media {
 
 long clock_sync_t::ComputeWallClock(const timestamp_t& ts, unsigned outRate) const {
   if (!IsValid() || ts.clockRate == 0 || ts.value < 0 || outRate == 0) return -1;
-  return static_cast<long>(rescale(ts.value, ts.clockRate, outRate) +
-                           rescale(wc.value, wc.clockRate, outRate) -
-                           rescale(sc.value, sc.clockRate, outRate));
+  // Times read from files can be anything: a sum out of range is no time.
+  const __int128 sum = static_cast<__int128>(rescale(ts.value, ts.clockRate, outRate)) +
+                       rescale(wc.value, wc.clockRate, outRate) -
+                       rescale(sc.value, sc.clockRate, outRate);
+  if (sum < INT64_MIN || sum > INT64_MAX) return -1;
+  return static_cast<long>(sum);
 }
 
 long clock_sync_t::ComputeWallClock(long value, unsigned rate, unsigned outRate) const {

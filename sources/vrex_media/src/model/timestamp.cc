@@ -1,6 +1,7 @@
 // The one rate conversion of the media layers, and the timing text of logs.
 #include "media/timestamp.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
@@ -12,7 +13,7 @@ int64_t rescale(int64_t value, uint32_t fromRate, uint32_t toRate) {
   if (fromRate == toRate) return value;
   const unsigned __int128 scaled =
       ((fromRate >> 1) + static_cast<unsigned __int128>(value) * toRate) / fromRate;
-  return static_cast<int64_t>(scaled);
+  return scaled > static_cast<unsigned __int128>(INT64_MAX) ? -1 : static_cast<int64_t>(scaled);
 }
 
 std::string FormatWallClockMillis(long millis) {

@@ -296,9 +296,9 @@ const partition_t* ReaderVREXImpl::ReadPartition(PartitionLastTimestampType type
     err = ValidateSinglePartitionFile(contentsOffset, contentsLength);
     if (err < 0) return nullptr;
   }
-  const long footerOffset = contentsOffset + contentsLength;
-  if (contentsLength < 0 || contentsLength > _source->Size() - contentsOffset ||
-      _source->Cursor(footerOffset) != footerOffset) {
+  const bool inFile = contentsLength >= 0 && contentsLength <= _source->Size() - contentsOffset;
+  const long footerOffset = inFile ? contentsOffset + contentsLength : -1;
+  if (!inFile || _source->Cursor(footerOffset) != footerOffset) {
     LOGE << "<-# ReaderVREXImpl::ReadPartition FAILED! Unable to seek to partition footer at "
             "offset " << footerOffset << " contents length " << contentsLength;
     err = VREX_ERROR(ERR_MEDIAFORMATS_SEEK_FAILED);

@@ -24,7 +24,9 @@ class span_builder_t {
   span_builder_t(std::vector<fragment_t>& out, long maxStep) : _out(out), _maxStep(maxStep) {}
 
   void Add(long wallClock) {
-    if (_open && wallClock - _span.end > _maxStep) Close();
+    long step = 0;
+    // Wall clocks come from the file: a step too large to compute is a gap too.
+    if (_open && (__builtin_sub_overflow(wallClock, _span.end, &step) || step > _maxStep)) Close();
     if (!_open) {
       _span.start = wallClock;
       _open = true;
