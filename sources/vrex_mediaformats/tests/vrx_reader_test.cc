@@ -387,6 +387,54 @@ TEST(PartitionTest, DeepCopyAndText) {
   EXPECT_EQ(copy._pSeekPoints[2]._wallClockMillis, 0);
 }
 
+// Key frames at the given wall-clock steps after a sync node, in one partition or unpartitioned.
+Bytes KeyFramesAt(const std::vector<long>& steps, bool partitioned) {
+  vrx_testing::ByteSink sink;
+  int err = 0;
+  auto writer = WriterVREX::Create(0xFFFFFFFF, &sink, err);
+  WriterVREX::partition_info_t info;
+  if (partitioned) {
+    EXPECT_EQ(writer->OpenPartition(&info), 0);
+  }
+  media::clock_sync_t sync;
+  sync.sc = media::timestamp_t(0, 1000);
+  sync.wc = media::timestamp_t(1763800000000, 1000);
+  EXPECT_GT(writer->WriteClockSync(sync), 0);
+  const unsigned char payload[] = {0, 0, 0, 1, 0x65};
+  for (long step : steps) {
+    EXPECT_GT(writer->WriteVideoData(payload, sizeof(payload), media::dts_cts_t(step, 1000), true), 0);
+  }
+  if (partitioned) {
+    EXPECT_GT(writer->ClosePartition(), 0);
+  }
+  return sink.bytes;
+}
+
+TEST(ReaderVrexFragmentsTest, GapsSplitSpansOnlyBeyondTheirLimit) {
+  struct row_t {
+    bool partitioned;
+    std::vector<long> steps;
+    std::vector<std::pair<long, long>> spans;  // relative to the sync node's wall clock
+  };
+  const row_t rows[] = {
+      {true, {0, 20000, 40001}, {{0, 20000}, {40001, 40001}}},
+      {true, {0, 20001, 40001}, {{0, 0}, {20001, 40001}}},
+      {false, {0, 2000, 4001}, {{0, 2000}, {4001, 4001}}},
+      {false, {0, 2001, 4001}, {{0, 0}, {2001, 4001}}},
+  };
+  for (const row_t& row : rows) {
+    TempFile file(KeyFramesAt(row.steps, row.partitioned));
+    auto reader = Open(file.path());
+    std::vector<fragment_t> fragments;
+    EXPECT_EQ(reader->ListFragments(0, 0, fragments), 0);
+    std::vector<std::pair<long, long>> spans;
+    for (const fragment_t& fragment : fragments) {
+      spans.emplace_back(fragment.start - 1763800000000, fragment.end - 1763800000000);
+    }
+    EXPECT_EQ(spans, row.spans) << row.partitioned << " " << row.steps[1];
+  }
+}
+
 TEST(ReaderVrexFactoryTest, Refusals) {
   int err = 0;
   EXPECT_EQ(ReaderVREX::Create(nullptr, err), nullptr);
