@@ -171,6 +171,14 @@ TEST(DataSourceTest, ReadOutcomesOnMemoryKinds) {
     EXPECT_EQ(out[1], 7);
   }
   EXPECT_EQ(constant->AppendBufferNonBlocking(bytes.data(), 1), ERR_ABSTRACTION_PUT_NOT_SUPPORTED);
+
+  // An empty queue that never had a buffer still answers a peek of nothing with `dst`.
+  SourcePtr fresh(DataSource::GetInstance(0L));
+  unsigned char out[1];
+  EXPECT_EQ(fresh->PeekBuffer(out, 0, 0, err), out);
+  EXPECT_EQ(err, 0);
+  EXPECT_EQ(fresh->PeekBuffer(out, 0, 1, err), nullptr);
+  EXPECT_EQ(err, ERR_ABSTRACTION_INVALID_PARAMETERS);
 }
 
 TEST(DataSourceTest, AppendDataSourceMovesWhatIsAvailable) {

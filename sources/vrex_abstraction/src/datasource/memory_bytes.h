@@ -31,8 +31,7 @@ inline const unsigned char* PeekBytes(const unsigned char* base, unsigned long s
     err = VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
     return nullptr;
   }
-  if (base == nullptr) return nullptr;
-  if (dst == nullptr) return base + offset;
+  if (dst == nullptr) return base == nullptr ? nullptr : base + offset;
   if (count > 0) memcpy(dst, base + offset, count);
   return dst;
 }
