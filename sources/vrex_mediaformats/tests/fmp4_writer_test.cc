@@ -345,6 +345,30 @@ TEST(WriterFMP4, VideoOnlySegment) {
   EXPECT_EQ(Bytes(fragment.begin() + moofSize, fragment.end()), (Bytes{0, 0, 0, 12, 'm', 'd', 'a', 't', 0x21, 0x10, 0x04, 0x60}));
 }
 
+// The sample entry follows the kind of track, not its size: a video track whose size is not
+// known gets its codec's entry with a size of 0, never an audio entry over its record.
+TEST(WriterFMP4, VideoTrackWithoutSizeKeepsItsVisualEntry) {
+  MP4TrackInfo video = testing::SmallVideoInfo();
+  video._width = video._height = 0;
+  const uint8_t record[] = {0x01};
+  video._pCodecBytes = record;
+  video._codecBytesSize = sizeof(record);
+  FileSink sink;
+  std::unique_ptr<WriterFMP4> writer = RunSteps(nullptr, &video, false, false, 1000, {{'V', 0}}, sink);
+  ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
+  std::string text(sink.init.begin(), sink.init.end());
+  EXPECT_EQ(text.find("mp4a"), std::string::npos);
+  size_t stsd = text.find("stsd");
+  ASSERT_NE(stsd, std::string::npos);
+  // stsd: version and flags, entry count 1, then avc1 with width and height 0 and avcC {01}.
+  size_t entry = stsd + 4 + 8;
+  ASSERT_EQ(text.substr(entry + 4, 4), "avc1");
+  EXPECT_EQ(Be(&sink.init[entry + 32], 4), 0u);
+  size_t avcC = text.find("avcC", entry);
+  ASSERT_NE(avcC, std::string::npos);
+  EXPECT_EQ(Bytes(sink.init.begin() + avcC - 4, sink.init.begin() + avcC + 5), (Bytes{0, 0, 0, 9, 'a', 'v', 'c', 'C', 0x01}));
+}
+
 TEST(WriterFMP4, Failures) {
   MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
   FileSink sink;

@@ -46,7 +46,7 @@ bool PutStbl(BoxBuffer& out, const TrackContext& track) {
     LOGE << "<-# BuildInitSegment FAILED! Unable to write atom STSD MP4A";
     return false;
   }
-  std::unique_ptr<sample_entry_t> entry = MakeSampleEntry(info, 2, kCompressorName);
+  std::unique_ptr<sample_entry_t> entry = MakeSampleEntry(info, track._isAudio, 2, kCompressorName);
   if (!entry) {
     LOGE << "<-# BuildInitSegment FAILED! Unknown codec type: " << media::tagToString(track._codecType);
     return false;

@@ -99,10 +99,10 @@ void mp4a_t::WriteSampleEntryInternal(BoxBuffer& out) const {
   out.EndBox(esds);
 }
 
-std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, uint16_t channels,
-                                                const std::string& compressorName) {
+std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, bool isAudio,
+                                                uint16_t channels, const std::string& compressorName) {
   std::unique_ptr<sample_entry_t> entry;
-  if (info._width == 0) {
+  if (isAudio) {
     entry.reset(new mp4a_t(info, channels));
   } else if (info._codecType == media::TAG_VH264) {
     entry.reset(new visual_sample_entry_t("avc1", "avcC", info, compressorName));
@@ -201,12 +201,12 @@ std::unique_ptr<trak_t> trak_t::Create(const MP4TrackInfo& info, int& error) {
       error = VREX_ERROR(ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
       return nullptr;
     }
-    entry = MakeSampleEntry(info, info._channels, "");
+    entry = MakeSampleEntry(info, true, info._channels, "");
   } else if (info._height == 0 || info._pCodecBytes == nullptr) {
     LOGE << "<-# trak_t::Create FAILED! video " << info._width << "x" << info._height;
     error = VREX_ERROR(ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
     return nullptr;
-  } else if (!(entry = MakeSampleEntry(info, 0, ""))) {
+  } else if (!(entry = MakeSampleEntry(info, false, 0, ""))) {
     LOGE << "<-# trak_t::Create FAILED! video codec " << media::tagToString(info._codecType);
     error = VREX_ERROR(ERR_MEDIAFORMATS_INVALID_TRACK_INFO);
     return nullptr;

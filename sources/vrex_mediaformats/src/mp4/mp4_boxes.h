@@ -95,10 +95,10 @@ class mp4a_t : public sample_entry_t {
   uint8_t _config[2];
 };
 
-// The sample entry of a track: mp4a with `channels` for audio (no width), else by the codec
-// tag avc1, hvc1 or av01; null for another video codec.
-std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, uint16_t channels,
-                                                const std::string& compressorName);
+// The sample entry of a track: mp4a with `channels` for audio, else by the codec tag avc1,
+// hvc1 or av01; null for another video codec.
+std::unique_ptr<sample_entry_t> MakeSampleEntry(const MP4TrackInfo& info, bool isAudio,
+                                                uint16_t channels, const std::string& compressorName);
 
 // hdlr ("vide" or "soun" and `name`), then the start of minf with vmhd or smhd and dinf
 // (one self-contained url). Returns where minf starts, for EndBox after the sample tables.
