@@ -405,6 +405,50 @@ TEST(WriterFMP4, Failures) {
             ERR_MEDIAFORMATS_FMP4_WRITER_STATE);
 }
 
+// A base timestamp moves each track's timeline to start there, from the track's own first DTS;
+// with it in force the wall clock does not replace the base times.
+TEST(WriterFMP4, BaseTimestampRebasesEachTrack) {
+  for (bool wallClock : {false, true}) {
+    MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
+    video._baseTimestamp = audio._baseTimestamp = media::timestamp_t(10000, 1000);
+    FileSink sink;
+    int error = 0;
+    std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 1000), false,
+                                                          wallClock, &sink, error));
+    ASSERT_TRUE(writer) << std::hex << error;
+    media::clock_sync_t sync;
+    sync.sc = media::timestamp_t(0, 90000);
+    sync.wc = media::timestamp_t(1700000000000, 1000);
+    writer->WriteClockSync(sync);
+    const Bytes payload = {0x21, 0x10, 0x04, 0x60};
+    struct {
+      char kind;
+      int64_t dts;
+    } steps[] = {{'V', 500000}, {'A', 100000}, {'P', 545000}, {'A', 101024}, {'V', 590000}, {'A', 102048}};
+    for (const auto& s : steps) {
+      int result = s.kind == 'A' ? writer->WriteAudioData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 48000))
+                                 : writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 90000, 3000),
+                                                          s.kind == 'V');
+      ASSERT_EQ(result, 0) << s.kind << " at " << s.dts;
+    }
+    ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
+    // Video: 10 s at 90000 plus the composition offset; audio: 10 s at 48000.
+    const std::vector<std::vector<traf_summary_t>> expected = {{{1, 903000, 2}, {2, 480000, 2}},
+                                                                 {{1, 993000, 1}, {2, 482048, 1}}};
+    ASSERT_EQ(sink.fragments.size(), expected.size()) << wallClock;
+    for (size_t i = 0; i < expected.size(); ++i) {
+      std::vector<traf_summary_t> trafs = Trafs(sink.fragments[i]);
+      ASSERT_EQ(trafs.size(), expected[i].size());
+      for (size_t t = 0; t < trafs.size(); ++t) {
+        EXPECT_EQ(trafs[t].trackId, expected[i][t].trackId) << wallClock << " fragment " << i;
+        EXPECT_EQ(trafs[t].baseTime, expected[i][t].baseTime) << wallClock << " fragment " << i;
+        EXPECT_EQ(trafs[t].samples, expected[i][t].samples) << wallClock << " fragment " << i;
+      }
+    }
+    EXPECT_EQ(sink.starts, (std::vector<long>{10000, 10043})) << wallClock;  // 482048 / 48 rounded
+  }
+}
+
 TEST(WriterFMP4, WallClockBaseTimes) {
   MP4TrackInfo video = testing::SmallVideoInfo();
   FileSink sink;
