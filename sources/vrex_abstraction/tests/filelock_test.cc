@@ -1,9 +1,11 @@
 // File identity and the in-process file locks, checked against stat(1) and between threads.
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -207,6 +209,41 @@ TEST(FileLocksTest, ShutdownReleasesWaitersWithTheTimeoutCode) {
   delete table;
   waiter.join();
   EXPECT_EQ(waiterResult, static_cast<int>(0x80000004u));
+}
+
+// The process ends (exit(), with its static destructors) while other threads still take and
+// drop file locks, as worker threads do when the host exits in the middle of a listing: the
+// table must outlive them, and the process must end with its own status.
+TEST(FileLocksTest, ExitWhileThreadsLockEndsTheProcessCleanly) {
+  TempDir dir;
+  const std::string path = dir.File("a");
+  for (int round = 0; round < 5; ++round) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      std::atomic<int> started{0};
+      for (int i = 0; i < 8; ++i) {
+        std::thread([&path, &started, i] {
+          file_lock_t lock;
+          if (lock.Init(path.c_str(), i % 4 != 0) != 0) _exit(3);
+          ++started;
+          // Mostly outside the table, as a task is between its lock calls.
+          for (;;) {
+            lock.Lock();
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            lock.Unlock();
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+          }
+        }).detach();
+      }
+      while (started.load() != 8) std::this_thread::yield();
+      exit(7);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << "round " << round << " ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 7) << "round " << round;
+  }
 }
 
 // Threads lock random overlapping sets of files through sorted closures. Exclusive holders

@@ -48,8 +48,10 @@ FileLocks::~FileLocks() {
 }
 
 FileLocks& FileLocks::Instance() {
-  static FileLocks instance;
-  return instance;
+  // Never destroyed: worker threads still lock and unlock while the process exits, after
+  // static destructors have run.
+  static FileLocks* instance = new FileLocks;
+  return *instance;
 }
 
 int FileLocks::Lock(const file_id_t& id, bool shared) {

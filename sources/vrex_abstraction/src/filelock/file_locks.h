@@ -32,7 +32,7 @@ class FileLocks {
   FileLocks(const FileLocks&) = delete;
   FileLocks& operator=(const FileLocks&) = delete;
 
-  // The table of the process.
+  // The table of the process; it lives until the process ends.
   static FileLocks& Instance();
 
   // Blocks until `id` can be held as asked. Fails with ERR_ABSTRACTION_LOCK_NOT_INITIALIZED
