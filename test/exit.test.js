@@ -3,8 +3,12 @@
 // cancel them, and the process ends with its own exit code and nothing on standard error.
 const test = require('node:test');
 const assert = require('assert');
+const fs = require('fs');
 const path = require('path');
-const { spawnSync } = require('child_process');
+const { spawn, spawnSync } = require('child_process');
+
+const { tempDir } = require('./helpers');
+const { holdFlock } = require('../tools/vrx_tools');
 
 const root = JSON.stringify(path.join(__dirname, '..'));
 
@@ -66,4 +70,34 @@ test('with nothing left to do the process ends by itself once every task called 
   assert.strictEqual(child.stderr, '');
   assert.strictEqual(child.status, 0);
   assert.strictEqual(child.stdout, `exit 0 after ${150 * 6 + 8}\n`);
+});
+
+test('a worker thread that loads the module and ends drops none of the main thread\'s tasks', async () => {
+  // Another process holds the file, so each listing takes its whole 1.5 s lock limit: the
+  // worker thread comes and goes while 4 listings run on "Read" and the rest wait behind them.
+  const file = path.join(tempDir('vidora-exit-'), 'held.vrx');
+  fs.copyFileSync(path.join(__dirname, '..', 'samples', 'sample.vrx'), file);
+  const holder = await holdFlock(file, '-x');
+  try {
+    const script = `
+      const { Worker } = require('worker_threads');
+      const vidora = require(${root});
+      let done = 0;
+      for (let i = 0; i < 8; i++) vidora.vrxFileInfo(${JSON.stringify(file)}, () => ++done);
+      for (let i = 0; i < 20; i++) vidora.nop({ pool: 'Read' }, () => ++done);
+      new Worker(${JSON.stringify(`require(${root}).version();`)}, { eval: true });
+      process.on('exit', () => console.log('callbacks ' + done));
+    `;
+    const child = spawn(process.execPath, ['-e', script], { encoding: 'utf8' });
+    let stdout = '';
+    let stderr = '';
+    child.stdout.on('data', (data) => { stdout += data; });
+    child.stderr.on('data', (data) => { stderr += data; });
+    const status = await new Promise((resolve) => child.on('exit', resolve));
+    assert.strictEqual(stderr, '');
+    assert.strictEqual(status, 0);
+    assert.strictEqual(stdout, 'callbacks 28\n');
+  } finally {
+    await holder.release();
+  }
 });

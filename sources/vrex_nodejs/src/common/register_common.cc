@@ -1,4 +1,6 @@
 // The process's start-up and the registration of the common functions.
+#include <uv.h>
+
 #include <cstdlib>
 #include <mutex>
 
@@ -26,7 +28,12 @@ void RegisterCallbacks(Napi::Object& exports) {
   vrex::mediaformats::InitializeErrorCodes();
   vrex::avcodec::InitializeErrorCodes();
 
-  napi_add_env_cleanup_hook(exports.Env(), OnNodeExit, nullptr);
+  // Only the host's own environment ends the tasks: a worker thread that loads the module
+  // and ends must not cancel the work of the main thread, nor touch the pools from its thread.
+  uv_loop_t* loop = nullptr;
+  if (napi_get_uv_event_loop(exports.Env(), &loop) == napi_ok && loop == uv_default_loop()) {
+    napi_add_env_cleanup_hook(exports.Env(), OnNodeExit, nullptr);
+  }
   // Process-wide, once: a second load of the module must not reset the pools' limits.
   static std::once_flag processStarted;
   std::call_once(processStarted, [] {
