@@ -1,6 +1,7 @@
 // The media model: rescaling, clock sync, codec tags and the text forms of logs and listings.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -139,6 +140,10 @@ TEST(DtsCtsTest, ToString) {
             "CR:      0; DTS:           -1/-1          ; CTS:    7/0   ; PTS:           -1/-1          ");
   EXPECT_EQ(dts_cts_t(5, 0, 0).ToString(),
             "CR:      0; DTS:            5/-1          ; CTS:    0/4294967295; PTS:            5/-1          ");
+  // A DTS read from a damaged file can sit at the top of int64: a PTS beyond it is no time.
+  EXPECT_EQ(dts_cts_t(INT64_MAX, 1000, 1).ToString(),
+            "CR:   1000; DTS: 9223372036854775807/9223372036854775807; CTS:    1/1   ; PTS:           "
+            "-1/-1          ");
 }
 
 TEST(BoundsTest, ToString) {

@@ -32,7 +32,9 @@ std::string dts_cts_t::ToString() const {
     snprintf(text, sizeof(text), "CR: %6u; DTS: %12ld/%-12ld; CTS: %4u/%-4u; PTS: %12ld/%-12ld",
              0u, static_cast<long>(dts), -1L, cts, 0u, -1L, -1L);
   } else {
-    const long pts = static_cast<long>(dts) + cts;
+    // PTS past int64 is no time.
+    const long pts =
+        dts > INT64_MAX - static_cast<int64_t>(cts) ? -1 : static_cast<long>(dts) + cts;
     snprintf(text, sizeof(text), "CR: %6u; DTS: %12ld/%-12ld; CTS: %4u/%-4u; PTS: %12ld/%-12ld",
              clockRate, static_cast<long>(dts), static_cast<long>(rescale(dts, clockRate, 1000)),
              cts, static_cast<unsigned>(rescale(cts, clockRate, 1000)), pts,
