@@ -123,13 +123,17 @@ TEST(HevcTest, UnitOrder) {
     }
     return out;
   };
-  Bytes manyBefore;
-  for (int i = 0; i < 11; ++i) {
-    const Bytes framed = Unit(aud);
-    manyBefore.insert(manyBefore.end(), framed.begin(), framed.end());
-  }
-  const Bytes tail = frame({main->_vps, main->_sps, main->_pps});
-  manyBefore.insert(manyBefore.end(), tail.begin(), tail.end());
+  // `count` AUDs, then the parameter sets: up to 10 units are passed over on the way to the VPS.
+  auto unitsBefore = [&](int count) {
+    Bytes out;
+    for (int i = 0; i < count; ++i) {
+      const Bytes framed = Unit(aud);
+      out.insert(out.end(), framed.begin(), framed.end());
+    }
+    const Bytes tail = frame({main->_vps, main->_sps, main->_pps});
+    out.insert(out.end(), tail.begin(), tail.end());
+    return out;
+  };
   const int kInvalid = vrex::media::ERR_MEDIA_INVALID_FRAME;
   struct Case {
     const char* what;
@@ -138,7 +142,8 @@ TEST(HevcTest, UnitOrder) {
   } cases[] = {
       {"AUD and SEI before VPS", frame({aud, sei, main->_vps, main->_sps, main->_pps}), 0},
       {"SEI between SPS and PPS", frame({main->_vps, main->_sps, sei, main->_pps}), kInvalid},
-      {"eleven units before VPS", manyBefore, kInvalid},
+      {"ten units before VPS", unitsBefore(10), 0},
+      {"eleven units before VPS", unitsBefore(11), kInvalid},
       {"no PPS", frame({main->_vps, main->_sps}), kInvalid},
   };
   for (const Case& c : cases) {
