@@ -159,6 +159,7 @@ TEST(AacTest, HeaderAndConfigCases) {
       {"ADTS LC 44.1k stereo", Adts(1, 4, 2, 9), false, 0, 44100, 2, "1210", "mp4a.40.2"},
       {"ADTS LC 8k 5.1", Adts(1, 11, 6, 9), false, 0, 8000, 6, "15b0", "mp4a.40.2"},
       {"ADTS Main refused", Adts(0, 4, 2, 9), false, kInvalid, 0, 0, "", ""},
+      {"ADTS index 12, the last rate", Adts(1, 12, 1, 9), false, 0, 7350, 1, "1608", "mp4a.40.2"},
       {"ADTS index 13", Adts(1, 13, 2, 9), false, kInvalid, 0, 0, "", ""},
       {"ADTS index 15", Adts(1, 15, 2, 9), false, vrex::media::ERR_MEDIA_NOT_IMPLEMENTED, 0, 0, "",
        ""},

@@ -180,6 +180,7 @@ TEST(H264Test, ParameterSetSearchAndTiming) {
       {"start code", Bytes{0, 0, 0, 1, 0x67, 0x42, 0xC0, 0x1E, 0, 0, 0, 1, 0x68},
        vrex::media::ERR_MEDIA_NOT_IMPLEMENTED, 0, 0, nullptr},
       {"11 bytes", Bytes(11, 0x10), kInvalid, 0, 0, nullptr},
+      {"unit of 65535 bytes is walked over", Frame({Bytes(65535, 0x06), sps25, kPps}), 0, 50, 2, &sps25},
       {"unit above 65535", Bytes{0, 1, 0, 0, 0x67, 1, 2, 3, 4, 5, 6, 7}, kInvalid, 0, 0, nullptr},
   };
   for (const Case& c : cases) {
