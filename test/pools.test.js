@@ -5,6 +5,7 @@ const test = require('node:test');
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
+const { spawnSync } = require('child_process');
 const { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor } = require('./helpers');
 
 const POOL_KEYS = ['name', 'maxSize', 'pendingSize', 'inProgressSize', 'totalSeen',
@@ -151,4 +152,25 @@ test('loading the module again in a worker thread leaves the pools as they are',
   assert.strictEqual(code, 0);
   assert.deepStrictEqual(vidora.getWorkersPoolsStats().map((pool) => [pool.name, pool.maxSize]), before);
   await nops('Misc', 1);
+});
+
+test('loading the module twice in one environment gives working functions and the same pools', () => {
+  // What a test runner that resets its module registry does: the binary is registered again
+  // on the same environment.
+  const script = `
+    const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});
+    const file = Object.keys(require.cache).find((name) => name.endsWith('.node'));
+    delete require.cache[file];
+    const again = require(file);
+    vidora.setWorkersPoolsLimits({ Twice: 3 });
+    again.nop({ pool: 'Twice' }, (err, result) => {
+      const pool = again.getWorkersPoolsStats().find((p) => p.name === 'Twice');
+      console.log(err, result.poolName, pool.maxSize, again !== vidora);
+    });
+  `;
+  const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
+  assert.strictEqual(child.signal, null, child.stderr);
+  assert.strictEqual(child.stderr, '');
+  assert.strictEqual(child.status, 0);
+  assert.strictEqual(child.stdout, 'null Twice 3 true\n');
 });

@@ -30,9 +30,13 @@ void RegisterCallbacks(Napi::Object& exports) {
 
   // Only the host's own environment ends the tasks: a worker thread that loads the module
   // and ends must not cancel the work of the main thread, nor touch the pools from its thread.
+  // Once only: the host aborts on a second hook of the same function when the module is
+  // loaded again into its environment.
+  static bool exitHookAdded = false;  // main thread only
   uv_loop_t* loop = nullptr;
-  if (napi_get_uv_event_loop(exports.Env(), &loop) == napi_ok && loop == uv_default_loop()) {
-    napi_add_env_cleanup_hook(exports.Env(), OnNodeExit, nullptr);
+  if (napi_get_uv_event_loop(exports.Env(), &loop) == napi_ok && loop == uv_default_loop() &&
+      !exitHookAdded) {
+    exitHookAdded = napi_add_env_cleanup_hook(exports.Env(), OnNodeExit, nullptr) == napi_ok;
   }
   // Process-wide, once: a second load of the module must not reset the pools' limits.
   static std::once_flag processStarted;
