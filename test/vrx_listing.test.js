@@ -402,7 +402,10 @@ test('bad files give an error object or a sane result, never a crash', async () 
     truncated: path.join(dir, 'truncated.vrx'),
     random: path.join(dir, 'random.vrx'),
     headerOnly: path.join(dir, 'header-only.vrx'),
+    fifo: path.join(dir, 'fifo.vrx'),
   };
+  // Nobody reads the FIFO: it must be refused like a file that cannot be locked, not wait.
+  spawnSync('mkfifo', [files.fifo]);
   fs.writeFileSync(files.empty, Buffer.alloc(0));
   fs.writeFileSync(files.truncated, full.subarray(0, Math.floor(full.length / 2) + 3));
   let seed = 12345;
@@ -429,9 +432,10 @@ test('bad files give an error object or a sane result, never a crash', async () 
         assert.strictEqual(error.message, vidora.getErrorDescription(error.errors[0].full), label);
         assert.strictEqual(result, null, label);
         if (kind === 'missing') assert.strictEqual(error.errors[0].full, FILE_NOT_FOUND, label);
+        if (kind === 'fifo') assert.strictEqual(error.errors[0].full, TIMED_OUT, label);
         continue;
       }
-      assert.ok(!['missing', 'directory', 'empty'].includes(kind), `${label} must fail`);
+      assert.ok(!['missing', 'directory', 'empty', 'fifo'].includes(kind), `${label} must fail`);
       if (name === 'vrxFileListFrames') {
         // Up to a packet cut in two, the frames are those of the whole file.
         assert.deepStrictEqual(result.frames, allFrames.slice(0, result.frames.length), label);

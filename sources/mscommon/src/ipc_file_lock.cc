@@ -34,7 +34,8 @@ IPCFileLock::IPCFileLock(const std::string& path, bool shared, bool trace)
     LOGE << "<-# IPCFileLock::IPCFileLock init failed, name is empty, exit";
     return;
   }
-  _fd = open(_name.c_str(), O_WRONLY | O_CLOEXEC);
+  // Non-blocking: a FIFO without a reader would otherwise hold the thread in open() for ever.
+  _fd = open(_name.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   if (_fd < 0) {
     LOGE << "<-# IPCFileLock::IPCFileLock init failed, name=" << _name << ", reason : " << strerror(errno);
   }

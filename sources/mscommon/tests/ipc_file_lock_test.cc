@@ -195,6 +195,27 @@ TEST(IPCFileLockTest, UnopenableFilesAreNeverLocked) {
   }
 }
 
+// A FIFO that nobody reads cannot be opened for writing without waiting for a reader: the lock
+// must give up at once, not hold its thread for ever. Tried in a child process that an alarm
+// ends should the open block.
+TEST(IPCFileLockTest, FifoWithoutReaderIsNeverLockedAndNeverWaits) {
+  TempDir dir;
+  const std::string fifo = dir.path() + "/fifo.vrx";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    alarm(30);
+    IPCFileLock lock(fifo, true);
+    const bool refused = !lock.IsInitialized() && !lock.TryLockFor(IPCFileLock::kDEFAULT_TIMEOUT_MS);
+    _exit(refused ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
 TEST(LockClosureTest, HoldsBothLayersUntilUnlockAll) {
   TempDir dir;
   std::vector<CombinedLock> locks(3);
