@@ -174,3 +174,28 @@ test('loading the module twice in one environment gives working functions and th
   assert.strictEqual(child.status, 0);
   assert.strictEqual(child.stdout, 'null Twice 3 true\n');
 });
+
+test('tasks asked for from a worker thread are dropped, and the main thread\'s go on', () => {
+  // Tasks end on the main thread's loop, which must never call into a worker's environment.
+  const root = JSON.stringify(path.join(__dirname, '..'));
+  const script = `
+    const { Worker } = require('worker_threads');
+    const vidora = require(${root});
+    const worker = new Worker(${JSON.stringify(`
+      const vidora = require(${root});
+      const fail = () => { throw new Error('a callback reached the worker'); };
+      const ids = [vidora.nop({ pool: 'Misc' }, fail), vidora.statvfs('/', fail)];
+      require('worker_threads').parentPort.postMessage(ids.every((id) => id > 0));
+    `)}, { eval: true });
+    worker.on('message', (idsGiven) => console.log('ids ' + idsGiven));
+    worker.on('exit', (code) => {
+      const misc = vidora.getWorkersPoolsStats().find((pool) => pool.name === 'Misc');
+      vidora.nop({ pool: 'Misc' }, (err) => console.log('worker ' + code + ' seen ' + misc.totalSeen + ' main ' + err));
+    });
+  `;
+  const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
+  assert.strictEqual(child.signal, null, child.stderr);
+  assert.strictEqual(child.stderr, '');
+  assert.strictEqual(child.status, 0);
+  assert.strictEqual(child.stdout, 'ids true\nworker 0 seen 0 main null\n');
+});

@@ -5,6 +5,7 @@
 // callback, so their road must never reach one (see UnexpectedNodeApiCalls). The list holds
 // what the linked objects refer to; a test that links more of the addon extends it.
 #include <node_api.h>
+#include <uv.h>
 
 #include <atomic>
 #include <cstdio>
@@ -49,6 +50,12 @@ napi_status NAPI_CDECL napi_open_handle_scope(napi_env, napi_handle_scope* resul
 
 napi_status NAPI_CDECL napi_close_handle_scope(napi_env, napi_handle_scope) {
   --gScopesOpen;
+  return napi_ok;
+}
+
+// The tests run their tasks on the default loop, as the host's main thread does.
+napi_status NAPI_CDECL napi_get_uv_event_loop(napi_env, struct uv_loop_s** loop) {
+  *loop = uv_default_loop();
   return napi_ok;
 }
 

@@ -74,6 +74,7 @@ class Task : public std::enable_shared_from_this<Task> {
   // Asks for one SignalWorkProgress on the main thread; triggers before it runs coalesce.
   void TriggerProgress();
 
+  Napi::Env Env() const { return _env; }
   long Id() const { return _id; }
   const std::string& Name() const { return _name; }
   const std::string& PoolName() const { return _poolName; }

@@ -2,6 +2,8 @@
 // exit hooks still reach them after static destructors would have run.
 #include "common/workers_pools_manager.h"
 
+#include <uv.h>
+
 #include <algorithm>
 #include <map>
 
@@ -40,6 +42,12 @@ void WorkersPoolsManager::SetupWorkersPool(const std::string& name, unsigned lon
 
 void WorkersPoolsManager::Enqueue(std::shared_ptr<Task> task, bool inJs) {
   if (task->ApiCallTime() == 0) task->SetApiCallTime(static_cast<long>(GetTimestampMillis()));
+  uv_loop_t* loop = nullptr;
+  if (napi_get_uv_event_loop(task->Env(), &loop) != napi_ok || loop != uv_default_loop()) {
+    LOGE << "<-# WorkersPoolsManager::Enqueue task id=" << task->Id() << " name=" << task->Name()
+         << " does not come from the main thread! Dropping task";
+    return;
+  }
   WorkersPool* pool = GetPool(task->PoolName());
   if (pool == nullptr) {
     LOGE << "<-# WorkersPoolsManager::Enqueue Workers pool `" << task->PoolName()

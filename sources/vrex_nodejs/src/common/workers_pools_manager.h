@@ -24,7 +24,9 @@ class WorkersPoolsManager {
 
   // Creates the pool with `maxSize`, or sets an existing one to max(maxSize, 2).
   static void SetupWorkersPool(const std::string& name, unsigned long maxSize);
-  // Stamps apiCallTime (when unset) and gives the task to the pool it names.
+  // Stamps apiCallTime (when unset) and gives the task to the pool it names. A task made in
+  // an environment other than the main thread's (a worker thread's) is dropped: its end would
+  // call into that environment from the main thread.
   static void Enqueue(std::shared_ptr<Task> task, bool inJs);
   // The first pool, in name order, that holds the id; or an empty pointer.
   static std::shared_ptr<Task> Find(long id);
