@@ -97,3 +97,22 @@ test('a missing binary gives a message that names the build command', () => {
   assert.notStrictEqual(child.status, 0);
   assert.match(child.stderr, /npm install/);
 });
+
+test('a parameter object whose property access throws passes that very exception on', () => {
+  const cb = () => assert.fail('no task for a parameter object that throws');
+  const thrown = new Error('from the parameter object');
+  const getter = (name) => ({ get [name]() { throw thrown; } });
+  const proxy = () => new Proxy({}, { has() { throw thrown; } });
+  const calls = [
+    ['vrxFileListFragments getter', () => vidora.vrxFileListFragments(getter('fileName'), cb)],
+    ['vrxFileListFragments proxy', () => vidora.vrxFileListFragments(proxy(), cb)],
+    ['nop getter', () => vidora.nop(getter('pool'), cb)],
+    ['nop proxy', () => vidora.nop(proxy(), cb)],
+    ['setLogFile getter', () => vidora.setLogFile(getter('path'))],
+    ['setLogFile proxy', () => vidora.setLogFile(proxy())],
+    ['setLogLevel getter', () => vidora.setLogLevel(getter('logLevel'))],
+  ];
+  for (const [label, fn] of calls) {
+    assert.throws(fn, (err) => err === thrown, label);
+  }
+});

@@ -22,10 +22,15 @@ Napi::Error GetJsError(Napi::Env& env, int code, const vrex::errors::error_info_
 }  // namespace nodejs
 }  // namespace vrex
 
-// Throws the error object of `code` with this thread's error record into JavaScript.
-#define THROW_ERROR(env, code)                                                       \
-  do {                                                                               \
-    Napi::Env throwEnv_ = (env);                                                     \
-    ::vrex::nodejs::common::GetJsError(throwEnv_, (code), ::vrex::errors::GetErrorInfo()) \
-        .ThrowAsJavaScriptException();                                               \
+// Throws the error object of `code` with this thread's error record into JavaScript. An
+// exception already pending (a parameter's getter threw) is left to reach the caller: a
+// second throw would abort the host.
+#define THROW_ERROR(env, code)                                                           \
+  do {                                                                                   \
+    Napi::Env throwEnv_ = (env);                                                         \
+    const int throwCode_ = (code);                                                       \
+    if (!throwEnv_.IsExceptionPending()) {                                               \
+      ::vrex::nodejs::common::GetJsError(throwEnv_, throwCode_, ::vrex::errors::GetErrorInfo()) \
+          .ThrowAsJavaScriptException();                                                 \
+    }                                                                                    \
   } while (0)

@@ -17,6 +17,8 @@ Napi::Value EnqueueTask(Napi::Env env, std::shared_ptr<common::Task> task) {
 }
 
 void ThrowInvalidParameters(Napi::Env env, const char* function) {
+  // A parameter's getter that threw has its own exception pending; a second throw would abort.
+  if (env.IsExceptionPending()) return;
   Napi::Error::New(env, std::string("<-# FAILED! ") + function + " Invalid parameters")
       .ThrowAsJavaScriptException();
 }
