@@ -1,4 +1,5 @@
 #include <pthread.h>
+#include <sys/time.h>
 
 #include <regex>
 #include <string>
@@ -56,9 +57,13 @@ TEST_F(LoggingTest, LineFormatCarriesUtcTimeLevelLetterAndThreadName) {
 }
 
 TEST_F(LoggingTest, TimeIsUtcNow) {
-  const time_t before = time(nullptr);
+  // time() may lag gettimeofday() by a tick, so the bounds come from the same clock as the line.
+  timeval now;
+  gettimeofday(&now, nullptr);
+  const time_t before = now.tv_sec;
   LOGE << "x";
-  const time_t after = time(nullptr);
+  gettimeofday(&now, nullptr);
+  const time_t after = now.tv_sec;
   tm parsed = {};
   ASSERT_NE(nullptr, strptime(gCaptured.at(0).text.c_str(), "%Y-%m-%dT%H:%M:%S", &parsed));
   const time_t logged = timegm(&parsed);
