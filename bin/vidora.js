@@ -186,8 +186,8 @@ function run(argv) {
   } catch (err) {
     return Promise.resolve([EXIT.other, err.message]);
   }
-  const spec = COMMANDS[command];
-  const [fn, arg] = spec.call(vidora, file, options);
+  const entry = COMMANDS[command];
+  const [fn, arg] = entry.call(vidora, file, options);
   if (typeof fn !== 'function') {
     return Promise.resolve([EXIT.other, `this build of the addon cannot list VRX files; rebuild it with "npm install"`]);
   }
@@ -197,7 +197,7 @@ function run(argv) {
         resolve(failure(file, error));
         return;
       }
-      const out = options.json ? JSON.stringify(spec.json(result), null, 2) : spec.text(result, options, file).join('\n');
+      const out = options.json ? JSON.stringify(entry.json(result), null, 2) : entry.text(result, options, file).join('\n');
       resolve([0, null, out]);
     });
   });

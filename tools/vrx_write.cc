@@ -119,8 +119,8 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return parts;
 }
 
-bool ReadPayload(const std::string& spec, std::vector<unsigned char>& out) {
-  const std::vector<std::string> parts = Split(spec, ':');
+bool ReadPayload(const std::string& description, std::vector<unsigned char>& out) {
+  const std::vector<std::string> parts = Split(description, ':');
   out.clear();
   if (parts.size() == 3 && parts[0] == "pattern") {
     const unsigned long size = std::stoul(parts[1]);
@@ -259,10 +259,10 @@ class Builder {
   bool Frame(bool video, std::istringstream& in) {
     long dts = 0;
     unsigned rate = 0, cts = 0, key = 1;
-    std::string spec;
+    std::string description;
     if (!(in >> dts >> rate)) return false;
     if (video && !(in >> cts >> key)) return false;
-    if (!(in >> spec) || !ReadPayload(spec, _payload)) return false;
+    if (!(in >> description) || !ReadPayload(description, _payload)) return false;
     const dts_cts_t ts(dts, rate, cts);
     NoteFirst(ts);
     Sink& sink = Target();

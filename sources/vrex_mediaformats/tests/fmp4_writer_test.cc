@@ -172,9 +172,9 @@ TEST(WriterFMP4, FfprobeReadsTheSamePackets) {
                                         << "\n source: " << testing::ToString(theirs[i]);
         }
       }
-      for (const char* spec : {"v", "a"}) {
-        std::vector<std::string> want = testing::DecodedMd5s(testing::FixturePath(c.file), spec);
-        EXPECT_EQ(testing::DecodedMd5s(out, spec), want) << what << " " << spec;
+      for (const char* stream : {"v", "a"}) {
+        std::vector<std::string> want = testing::DecodedMd5s(testing::FixturePath(c.file), stream);
+        EXPECT_EQ(testing::DecodedMd5s(out, stream), want) << what << " " << stream;
       }
     }
   }

@@ -151,10 +151,10 @@ std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track) {
   return out;
 }
 
-std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec) {
+std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& stream) {
   int status = 0;
   bool mp4 = path.size() > 4 && path.compare(path.size() - 4, 4, ".mp4") == 0;
-  std::string out = RunCommand(std::string("ffmpeg -v error ") + (mp4 ? "-ignore_editlist 1" : "") + " -i '" + path + "' -map 0:" + spec +
+  std::string out = RunCommand(std::string("ffmpeg -v error ") + (mp4 ? "-ignore_editlist 1" : "") + " -i '" + path + "' -map 0:" + stream +
                                    " -fps_mode passthrough -f framemd5 - 2>/dev/null",
                                status);
   std::vector<std::string> md5s;

@@ -49,10 +49,10 @@ std::vector<packet_t> ProbePackets(const std::string& path);
 std::vector<packet_t> ReaderPackets(const std::string& path, int& error);
 // The packets of one track, in order.
 std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track);
-// The md5 column of `ffmpeg -f framemd5` decoding the streams `spec` ("v", "a") of `path`,
+// The md5 column of `ffmpeg -f framemd5` decoding the stream `stream` ("v" or "a") of `path`,
 // edit lists of an .mp4 ignored, without timestamps: two files that decode the same compare equal
 // whatever their timing and their stream order.
-std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& spec);
+std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& stream);
 
 
 // A file in memory behind WriterMP4::Observer: writes at a position, seeks, and a log of the

@@ -77,11 +77,11 @@ TEST(WriterMP4, FfmpegPacketsRoundTrip) {
         EXPECT_EQ(ours[i].cts, 0) << name << " packet " << i;
       }
     }
-    for (const char* spec : {"v", "a"}) {
-      if ((spec[0] == 'v' && !tracks.hasVideo) || (spec[0] == 'a' && !tracks.hasAudio)) continue;
-      std::vector<std::string> want = testing::DecodedMd5s(source, spec);
-      ASSERT_FALSE(want.empty()) << name << " " << spec;
-      EXPECT_EQ(testing::DecodedMd5s(out, spec), want) << name << " " << spec;
+    for (const char* stream : {"v", "a"}) {
+      if ((stream[0] == 'v' && !tracks.hasVideo) || (stream[0] == 'a' && !tracks.hasAudio)) continue;
+      std::vector<std::string> want = testing::DecodedMd5s(source, stream);
+      ASSERT_FALSE(want.empty()) << name << " " << stream;
+      EXPECT_EQ(testing::DecodedMd5s(out, stream), want) << name << " " << stream;
     }
   }
 }
