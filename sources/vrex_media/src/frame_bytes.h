@@ -11,10 +11,6 @@
 #include "media/frame.h"
 
 namespace vrex {
-namespace abstraction {
-class DataSource;
-}  // namespace abstraction
-
 namespace media {
 namespace internal {
 

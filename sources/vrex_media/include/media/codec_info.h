@@ -11,7 +11,14 @@
 #include "media/codec_tags.h"
 
 namespace vrex {
+namespace abstraction {
+class DataSource;
+}  // namespace abstraction
+
 namespace media {
+
+// The codec subclasses are built from frames and read from data sources.
+struct frame_t;
 
 // The frame rate assumed when a stream does not state one.
 constexpr unsigned kDefaultFrameRate = 30;

@@ -8,13 +8,7 @@
 #include "media/codec_info.h"
 
 namespace vrex {
-namespace abstraction {
-class DataSource;
-}  // namespace abstraction
-
 namespace media {
-
-struct frame_t;
 
 class codec_info_video_h264_t : public codec_info_video_t {
  public:

@@ -11,13 +11,7 @@
 #include "media/hevc/hevc.h"
 
 namespace vrex {
-namespace abstraction {
-class DataSource;
-}  // namespace abstraction
-
 namespace media {
-
-struct frame_t;
 
 class codec_info_video_h265_t : public codec_info_video_t {
  public:
