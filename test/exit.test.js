@@ -101,3 +101,28 @@ test('a worker thread that loads the module and ends drops none of the main thre
     await holder.release();
   }
 });
+
+test('worker threads terminated while they load the module never take the host down', () => {
+  // Each worker loads the addon over and over, so that its termination, a few ms after it
+  // starts, lands in the middle of the module's registration.
+  const addon = JSON.stringify(process.env.VIDORA_ADDON_PATH || path.join(__dirname, '..', 'build', 'vidora.node'));
+  const worker = `
+    require('worker_threads').parentPort.postMessage(0);
+    for (;;) process.dlopen({ exports: {} }, ${addon});
+  `;
+  const script = `
+    const { Worker } = require('worker_threads');
+    let left = 20;
+    function next() {
+      const w = new Worker(${JSON.stringify(worker)}, { eval: true });
+      w.on('error', () => {});
+      w.once('message', () => setTimeout(() => w.terminate(), Math.random() * 5));
+      w.on('exit', () => (--left > 0 ? next() : console.log('OK')));
+    }
+    next();
+  `;
+  const child = run(script);
+  assert.strictEqual(child.stderr, '');
+  assert.strictEqual(child.status, 0);
+  assert.strictEqual(child.stdout, 'OK\n');
+});
