@@ -85,3 +85,26 @@ test('options of the wrong type fall back to their defaults', () => {
   assert.ok(fs.existsSync(file));
   assert.ok(!fs.existsSync(`${file}.001`));
 });
+
+test('setLogFile refuses a path that cannot take a log file, and leaves what stands there', () => {
+  const dir = tempDir();
+  const folder = path.join(dir, 'folder');
+  fs.mkdirSync(folder);
+  fs.writeFileSync(path.join(folder, 'keep.txt'), 'kept');
+  const fifo = path.join(dir, 'fifo');
+  spawnSync('mkfifo', [fifo]);
+  const link = path.join(dir, 'link.log');
+  fs.symlinkSync(path.join(dir, 'target.log'), link);
+  const systemError = (errno) => (0x80000000 | errno) | 0;
+  const cases = [
+    [folder, systemError(21)], // EISDIR
+    [fifo, systemError(22)], // EINVAL: not a regular file
+    [link, systemError(22)],
+    [path.join(dir, 'missing', 'addon.log'), systemError(2)], // ENOENT
+  ];
+  for (const [file, full] of cases) {
+    assertThrowsCode(() => vidora.setLogFile({ path: file }), full, file);
+  }
+  assert.deepStrictEqual(fs.readdirSync(folder), ['keep.txt']);
+  assert.deepStrictEqual(fs.readdirSync(dir).sort(), ['fifo', 'folder', 'link.log']);
+});

@@ -136,6 +136,22 @@ TEST_F(AddonFileLogAppenderTest, FileCountIsCutAt999) {
   EXPECT_EQ("was current", ReadFile(_path + ".001"));
 }
 
+TEST_F(AddonFileLogAppenderTest, RollingRenamesOnlyRegularFiles) {
+  // A directory in the middle of the chain stops the files behind it from moving onto it.
+  ASSERT_EQ(0, mkdir((_path + ".002").c_str(), 0755));
+  std::ofstream(_path + ".002/inside") << "untouched";
+  std::ofstream(_path + ".001") << "was 001";
+  std::ofstream(_path) << "was current";
+  {
+    AddonFileLogAppender appender(4, _path, 1000000, 5);
+    Log(appender, 1, "x");
+    WaitForLines(_path, 2);
+  }
+  EXPECT_EQ("untouched", ReadFile(_path + ".002/inside"));
+  EXPECT_EQ("was current", ReadFile(_path + ".001"));
+  EXPECT_FALSE(Exists(_path + ".003"));
+}
+
 struct burst_count_t {
   long written = 0;
   long dropped = 0;

@@ -41,9 +41,13 @@ Napi::Value callback_setLogFile(const Napi::CallbackInfo& info) {
   reader.ReadInteger("maxFileSize", &maxFileSize);
   reader.ReadInteger("maxFileCount", &maxFileCount);
   reader.ReadInteger("logLevel", &logLevel);
-  AddonLogger::Instance().AddFileAppender(static_cast<log_level_t>(logLevel), path,
-                                          static_cast<unsigned long>(maxFileSize),
-                                          static_cast<unsigned long>(maxFileCount));
+  const int added = AddonLogger::Instance().AddFileAppender(
+      static_cast<log_level_t>(logLevel), path, static_cast<unsigned long>(maxFileSize),
+      static_cast<unsigned long>(maxFileCount));
+  if (added != 0) {
+    THROW_ERROR(env, added);
+    return env.Undefined();
+  }
   vrex::abstraction::registerLoggingCallback(&AddonLogger::Log);
   return env.Undefined();
 }

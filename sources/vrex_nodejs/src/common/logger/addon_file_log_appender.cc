@@ -6,14 +6,40 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
 #include "common/version.h"
+#include "errors/errors.h"
 
 namespace vrex {
 namespace nodejs {
 namespace common {
+
+namespace {
+
+bool IsRegularOrAbsent(const std::string& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+int AddonFileLogAppender::CheckPath(const std::string& path) {
+  struct stat info;
+  if (lstat(path.c_str(), &info) == 0) {
+    if (S_ISDIR(info.st_mode)) return VREX_ERROR(vrex::errors::SystemError(EISDIR));
+    if (!S_ISREG(info.st_mode)) return VREX_ERROR(vrex::errors::SystemError(EINVAL));
+    if (access(path.c_str(), W_OK) != 0) return VREX_ERROR(vrex::errors::SystemError(errno));
+    return 0;
+  }
+  if (errno != ENOENT) return VREX_ERROR(vrex::errors::SystemError(errno));
+  const size_t slash = path.find_last_of('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  if (access(directory.c_str(), W_OK | X_OK) != 0) return VREX_ERROR(vrex::errors::SystemError(errno));
+  return 0;
+}
 
 AddonFileLogAppender::AddonFileLogAppender(log_level_t level, const std::string& path,
                                            unsigned long maxFileSize,
@@ -96,9 +122,12 @@ std::string AddonFileLogAppender::IndexedPath(unsigned index) const {
 
 bool AddonFileLogAppender::Roll(unsigned index) {
   const std::string from = IndexedPath(index);
+  const std::string to = IndexedPath(index + 1);
   struct stat info;
-  if (stat(from.c_str(), &info) != 0) return true;
-  return rename(from.c_str(), IndexedPath(index + 1).c_str()) == 0;
+  if (lstat(from.c_str(), &info) != 0) return true;
+  // Something else than a log file at either name: the older file stays as it is.
+  if (!S_ISREG(info.st_mode) || !IsRegularOrAbsent(to)) return true;
+  return rename(from.c_str(), to.c_str()) == 0;
 }
 
 bool AddonFileLogAppender::Roll() {
@@ -111,7 +140,12 @@ bool AddonFileLogAppender::Roll() {
       if (!Roll(static_cast<unsigned>(index))) return false;
     }
   }
-  _fd = open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  // Never through a link, never blocking on a FIFO, never truncating what is not a regular file.
+  if (!IsRegularOrAbsent(_path)) {
+    fprintf(stderr, "Unable to open file %s; Error was: %d\n", _path.c_str(), EINVAL);
+    return false;
+  }
+  _fd = open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
   if (_fd < 0) {
     fprintf(stderr, "Unable to open file %s; Error was: %d\n", _path.c_str(), errno);
     return false;

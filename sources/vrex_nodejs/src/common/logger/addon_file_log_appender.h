@@ -6,7 +6,8 @@
 // "~~~~~~~~~~~~~~ Dropped [N] messages ~~~~~~~~~~~~~~".
 // Files roll when the current one reaches maxFileSize: `path` is the newest, then
 // `path.001`, `path.002`, ... up to maxFileCount files (at most 999). Each new file starts
-// with "PID: <pid>; <banner>".
+// with "PID: <pid>; <banner>". Rolling only ever renames regular files: a directory or any other
+// kind of file at one of the names stays where it is, untouched.
 #pragma once
 
 #include <pthread.h>
@@ -29,6 +30,11 @@ class AddonFileLogAppender : public AddonLogAppender {
 
   AddonFileLogAppender(log_level_t level, const std::string& path, unsigned long maxFileSize,
                        unsigned long maxFileCount);
+  // 0 when `path` can take a log file: it is a regular file this process may write, or it does
+  // not exist and its directory may be written. Otherwise the system error: EISDIR for a
+  // directory, EINVAL for any other file that is not a regular one, the errno of the check.
+  static int CheckPath(const std::string& path);
+
   // Stops and joins the writer thread; lines still queued are lost.
   ~AddonFileLogAppender() override;
 

@@ -32,10 +32,13 @@ void AddonLogger::LogLevelEnv(log_level_t& level) {
   LOGI << "ADDON_LOG_LEVEL=" << level;
 }
 
-void AddonLogger::AddFileAppender(log_level_t level, const std::string& path,
-                                  unsigned long maxFileSize, unsigned long maxFileCount) {
+int AddonLogger::AddFileAppender(log_level_t level, const std::string& path,
+                                 unsigned long maxFileSize, unsigned long maxFileCount) {
+  const int checked = AddonFileLogAppender::CheckPath(path);
+  if (checked != 0) return checked;
   LogLevelEnv(level);
   AddAppender(new AddonFileLogAppender(level, path, maxFileSize, maxFileCount));
+  return 0;
 }
 
 void AddonLogger::AddAppender(AddonLogAppender* appender) {

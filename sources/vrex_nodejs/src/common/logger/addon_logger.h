@@ -20,8 +20,10 @@ class AddonLogger {
   static void Log(log_level_t level, unsigned long options, const char* text,
                   unsigned long length);
 
-  // Adds a rolling file appender at `level` (ADDON_LOG_LEVEL, when set, wins).
-  void AddFileAppender(log_level_t level, const std::string& path, unsigned long maxFileSize,
+  // Adds a rolling file appender at `level` (ADDON_LOG_LEVEL, when set, wins). A path that
+  // cannot take a log file is refused with AddonFileLogAppender::CheckPath's error, and no
+  // appender is added. Returns 0 or that error.
+  int AddFileAppender(log_level_t level, const std::string& path, unsigned long maxFileSize,
                        unsigned long maxFileCount);
   // Takes ownership of `appender`.
   void AddAppender(AddonLogAppender* appender);
