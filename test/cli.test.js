@@ -16,7 +16,7 @@ const dir = tempDir('vidora-cli-');
 
 // The CLI runs in a node of its own, with the sanitizer runtimes when this run has them.
 function cli(...args) {
-  const run = spawnSync(process.execPath, [CLI, ...args], { encoding: 'utf8', env: process.env });
+  const run = spawnSync(process.execPath, [CLI, ...args], { encoding: 'utf8', env: process.env, cwd: dir });
   return { status: run.status, stdout: run.stdout, stderr: run.stderr };
 }
 
@@ -147,5 +147,55 @@ test('errors give a clear message and their own exit status', async () => {
     assert.match(run.stderr, /locked\.vrx: locked by another process \(gave up after 1\.5 s\)/);
   } finally {
     await holder.release();
+  }
+});
+
+test('damaged, odd and unwritable files give their own message and status, never a stack trace', async () => {
+  const { partitions: [first] } = await listing(vidora.vrxFileListPartitions, SAMPLE);
+  const secondWallClock = first.fullBounds.offset + first.fullBounds.length - 8 - 16 * first.seekPoints.length + 24;
+  const damaged = (name, value) => {
+    const bytes = fs.readFileSync(SAMPLE);
+    bytes.writeBigInt64BE(value, secondWallClock);
+    fs.writeFileSync(path.join(dir, name), bytes);
+    return path.join(dir, name);
+  };
+  const backwards = damaged('backwards.vrx', 1767225600000n - 1n);
+  const far = damaged('far.vrx', 2n ** 62n);
+  const dashed = path.join(dir, '-x.vrx');
+  fs.copyFileSync(SAMPLE, dashed);
+  const fifo = path.join(dir, 'fifo.vrx');
+  spawnSync('mkfifo', [fifo]);
+  const cases = [
+    [['fragments', backwards], 4, /backwards\.vrx: not a VRX file, or damaged \(Incorrect VRX file content\)/],
+    [['info', dir], 4, /is a directory, not a VRX file/],
+    [['frames', fifo], 4, /fifo\.vrx: not a regular file/],
+    [['fragments', SAMPLE, '--from', '1767225630000', '--to', '1767225602000'], 2, /--from must not be after --to/],
+    [['info', '-x.vrx'], 2, /unknown option -x\.vrx/],
+  ];
+  for (const [args, status, message] of cases) {
+    const run = cli(...args);
+    assert.strictEqual(run.status, status, args.join(' '));
+    assert.match(run.stderr, message, args.join(' '));
+    assert.doesNotMatch(run.stderr, /\n\s+at /, args.join(' '));
+    assert.strictEqual(run.stdout, '', args.join(' '));
+  }
+  // Any value a file holds is printed, even one no date can show.
+  const partitions = cli('partitions', far);
+  assert.strictEqual(partitions.status, 0, partitions.stderr);
+  assert.match(partitions.stdout, /WC: 4611686018427388000 \(4611686018427388000\)/);
+  const fragments = cli('fragments', far);
+  assert.strictEqual(fragments.status, 0, fragments.stderr);
+  // "--" ends the options: a file may start with a dash.
+  assert.strictEqual(cli('info', '--', '-x.vrx').stdout, cli('info', SAMPLE).stdout.replace(SAMPLE, '-x.vrx'));
+
+  if (process.getuid() === 0 && spawnSync('runuser', ['--help']).status === 0) {
+    const readonly = path.join(tempDir('vidora-cli-ro-'), 'readonly.vrx');
+    fs.copyFileSync(SAMPLE, readonly);
+    fs.chmodSync(readonly, 0o444);
+    fs.chmodSync(path.dirname(readonly), 0o755);
+    const run = spawnSync('runuser', ['-u', 'nobody', '--', process.execPath, CLI, 'info', readonly],
+      { encoding: 'utf8', env: process.env });
+    assert.strictEqual(run.status, 5, run.stderr);
+    assert.match(run.stderr, /readonly\.vrx: cannot be locked: vidora locks a recording through a descriptor opened for writing/);
   }
 });

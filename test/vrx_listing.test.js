@@ -477,3 +477,53 @@ test('listings of one file run side by side', async () => {
     assert.strictEqual((i % 2 ? result.frames : result.partitions).length, i % 2 ? r.frames.length : 2);
   });
 });
+
+// A copy of the sample whose first partition's second seek point has the wall clock `value`.
+async function sampleWithSeekPoint(name, value) {
+  const { partitions: [first] } = await list(vidora.vrxFileListPartitions, SAMPLE);
+  const end = first.fullBounds.offset + first.fullBounds.length;
+  const secondWallClock = end - 8 - 16 * first.seekPoints.length + 16 + 8;
+  const bytes = fs.readFileSync(SAMPLE);
+  bytes.writeBigInt64BE(BigInt(value), secondWallClock);
+  const file = path.join(dir, name);
+  fs.writeFileSync(file, bytes);
+  return file;
+}
+
+test('a seek table out of order is damage for the fragment listing, never a span that ends before it starts', async () => {
+  for (const [name, value] of [['backwards.vrx', T0 - 1], ['negative.vrx', -1000]]) {
+    const file = await sampleWithSeekPoint(name, value);
+    const { error } = await call(vidora.vrxFileListFragments, { fileName: file });
+    assert.strictEqual(error.errors[0].module, 12, name);
+    assert.strictEqual(error.errors[0].code, 5, name);  // "Incorrect VRX file content"
+    // The partition listing gives the table as it stands.
+    const { partitions } = await list(vidora.vrxFileListPartitions, file);
+    assert.strictEqual(partitions[0].seekPoints[1].wallClockMillis, value, name);
+  }
+  const late = await sampleWithSeekPoint('late.vrx', 2n ** 62n);
+  const { fragments } = await list(vidora.vrxFileListFragments, { fileName: late });
+  for (const f of fragments) assert.ok(f.wallClockStart <= f.wallClockEnd, JSON.stringify(f));
+});
+
+test('a recording its user may read but not write cannot be locked: the time-out code comes at once', (t) => {
+  if (process.getuid() !== 0 || spawnSync('runuser', ['--help']).status !== 0) {
+    t.skip('needs root to run a child as nobody');
+    return;
+  }
+  const file = path.join(tempDir('vidora-readonly-'), 'readonly.vrx');
+  fs.copyFileSync(SAMPLE, file);
+  fs.chmodSync(file, 0o444);
+  fs.chmodSync(path.dirname(file), 0o755);
+  // The lock goes through a descriptor opened for writing, which this user cannot open.
+  const script = `
+    const start = Date.now();
+    require(${JSON.stringify(path.join(__dirname, '..'))}).vrxFileInfo(${JSON.stringify(file)}, (error) => {
+      console.log(JSON.stringify({ full: error && error.errors[0].full, waited: Date.now() - start }));
+    });`;
+  const child = spawnSync('runuser', ['-u', 'nobody', '--', process.execPath, '-e', script],
+    { encoding: 'utf8', env: process.env });
+  assert.strictEqual(child.status, 0, child.stderr);
+  const { full, waited } = JSON.parse(child.stdout);
+  assert.strictEqual(full, TIMED_OUT);
+  assert.ok(waited < 1000, `gave up at once (${waited} ms)`);
+});

@@ -18,7 +18,8 @@ constexpr long kSeekPointGapMillis = 20000;
 // Frames 2,001 ms or more apart split a span when a file has no partitions to list.
 constexpr long kFrameGapMillis = 2000;
 
-// Gathers wall clocks, in order, into spans: a step longer than `maxStep` starts a new one.
+// Gathers wall clocks into spans: a step longer than `maxStep`, or one back in time, starts a
+// new one, so that no span ever ends before it starts.
 class span_builder_t {
  public:
   span_builder_t(std::vector<fragment_t>& out, long maxStep) : _out(out), _maxStep(maxStep) {}
@@ -26,7 +27,9 @@ class span_builder_t {
   void Add(long wallClock) {
     long step = 0;
     // Wall clocks come from the file: a step too large to compute is a gap too.
-    if (_open && (__builtin_sub_overflow(wallClock, _span.end, &step) || step > _maxStep)) Close();
+    if (_open && (__builtin_sub_overflow(wallClock, _span.end, &step) || step < 0 || step > _maxStep)) {
+      Close();
+    }
     if (!_open) {
       _span.start = wallClock;
       _open = true;
@@ -44,6 +47,15 @@ class span_builder_t {
   bool _open = false;
   fragment_t _span;
 };
+
+// A seek table as written: wall clocks that are known and never go back.
+bool IsOrdered(const seek_point_t* points, unsigned long count) {
+  for (unsigned long i = 0; i < count; ++i) {
+    if (points[i]._wallClockMillis < 0) return false;
+    if (i > 0 && points[i]._wallClockMillis < points[i - 1]._wallClockMillis) return false;
+  }
+  return true;
+}
 
 struct candidate_t {
   long wallClock = -1;
@@ -225,6 +237,12 @@ int ReaderVREXImpl::ListFragments(long startMillis, long endMillis, std::vector<
     const unsigned long count = partition->_seekPointsCount;
     if (count == 0) continue;
     const seek_point_t* points = partition->_pSeekPoints;
+    if (!IsOrdered(points, count)) {
+      LOGE << "<-# ReaderVREXImpl::ListFragments FAILED! Seek table out of order in partition at offset "
+           << partition->_offset;
+      _partitionReadCursor = savedPartitionCursor;
+      return VREX_ERROR(ERR_MEDIAFORMATS_INCORRECT_VRX_CONTENT);
+    }
     if (endMillis > 0 && points[0]._wallClockMillis > endMillis) break;
     if (startMillis > 0 && points[count - 1]._wallClockMillis < startMillis) continue;
     span_builder_t spans(out, kSeekPointGapMillis);
