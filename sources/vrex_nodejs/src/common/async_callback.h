@@ -35,6 +35,10 @@ class async_callback_t {
   Napi::ObjectReference _receiver;
 };
 
+// An exception left pending by a callback called from the event loop has no JavaScript caller
+// to reach: it becomes the process's uncaught exception, as for any other I/O callback.
+void RaisePendingAsUncaught(Napi::Env env);
+
 }  // namespace common
 }  // namespace nodejs
 }  // namespace vrex

@@ -17,7 +17,15 @@ Napi::Value callback_setWorkersPoolsLimits(const Napi::CallbackInfo& info);
 Napi::Value callback_getWorkersPoolsStats(const Napi::CallbackInfo& info);
 
 // callbacks_operations.cc
+Napi::Value callback_pauseOperation(const Napi::CallbackInfo& info);
+Napi::Value callback_resumeOperation(const Napi::CallbackInfo& info);
 Napi::Value callback_cancelOperation(const Napi::CallbackInfo& info);
+Napi::Value callback_consumeOperationBufferedData(const Napi::CallbackInfo& info);
+Napi::Value callback_transferOperationBufferedData(const Napi::CallbackInfo& info);
+Napi::Value callback_operationSetMaxBufferSize(const Napi::CallbackInfo& info);
+
+// callbacks_send_file.cc
+Napi::Value callback_sendFile(const Napi::CallbackInfo& info);
 
 // callbacks_logging.cc
 Napi::Value callback_setLogFile(const Napi::CallbackInfo& info);

@@ -8,7 +8,7 @@ namespace vrex {
 namespace nodejs {
 namespace common {
 
-std::shared_ptr<Task> FindOperation(const Napi::CallbackInfo& info, int& errorCode) {
+std::shared_ptr<BaseOperation> FindOperation(const Napi::CallbackInfo& info, int& errorCode) {
   if (info.Length() < 1 || !info[0].IsNumber()) {
     errorCode = VREX_ERROR(vrex::webrtcnodejs::ERR_NODEJS_INVALID_PARAMETERS);
     return nullptr;
@@ -20,7 +20,7 @@ std::shared_ptr<Task> FindOperation(const Napi::CallbackInfo& info, int& errorCo
     return nullptr;
   }
   errorCode = 0;
-  return task;
+  return std::static_pointer_cast<BaseOperation>(task);
 }
 
 }  // namespace common

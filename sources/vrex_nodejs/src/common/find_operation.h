@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "common/task.h"
+#include "common/base_operation.h"
 
 namespace vrex {
 namespace nodejs {
@@ -15,7 +15,7 @@ namespace common {
 // pointer, with `errorCode` set (and this thread's error record made): "NodeJS function
 // parameters are incorrect" when info[0] is not a number, "NodeJS sending operation not
 // found" for an unknown id or a task that is not an operation. Main thread.
-std::shared_ptr<Task> FindOperation(const Napi::CallbackInfo& info, int& errorCode);
+std::shared_ptr<BaseOperation> FindOperation(const Napi::CallbackInfo& info, int& errorCode);
 
 }  // namespace common
 }  // namespace nodejs

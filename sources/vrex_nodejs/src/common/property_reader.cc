@@ -69,6 +69,32 @@ std::string* PropertyReader::ReadString(const std::string& name, std::string* ou
   return out;
 }
 
+async_callback_info_t* PropertyReader::ReadFunction(const std::string& name, napi_value receiver,
+                                                    async_callback_info_t* out) {
+  napi_value value = Lookup(name, napi_function);
+  if (value == nullptr) return nullptr;
+  napi_env env = _object.Env();
+  *out = {env, value, env, receiver};
+  return out;
+}
+
+std::vector<std::string>* PropertyReader::ReadStrings(const std::string& name,
+                                                      std::vector<std::string>* out) {
+  napi_value value = Lookup(name, napi_object);
+  if (value == nullptr) return nullptr;
+  Napi::Value array(_object.Env(), value);
+  if (!array.IsArray()) return nullptr;
+  Napi::Array elements = array.As<Napi::Array>();
+  std::vector<std::string> strings;
+  for (uint32_t i = 0; i < elements.Length(); ++i) {
+    Napi::Value element = elements.Get(i);
+    if (element.IsEmpty() || !element.IsString()) return nullptr;
+    strings.push_back(element.As<Napi::String>().Utf8Value());
+  }
+  out->insert(out->end(), strings.begin(), strings.end());
+  return out;
+}
+
 }  // namespace common
 }  // namespace nodejs
 }  // namespace vrex

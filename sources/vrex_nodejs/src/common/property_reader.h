@@ -8,6 +8,9 @@
 #include <napi.h>
 
 #include <string>
+#include <vector>
+
+#include "common/base_js_params.h"
 
 namespace vrex {
 namespace nodejs {
@@ -24,6 +27,13 @@ class PropertyReader {
   T* ReadInteger(const std::string& name, T* out);
   // Accepts type string only (UTF-8).
   std::string* ReadString(const std::string& name, std::string* out);
+  // A function, as the record a task keeps it in, with `receiver` (info.This()) as its
+  // receiver. Accepts type function only.
+  async_callback_info_t* ReadFunction(const std::string& name, napi_value receiver,
+                                      async_callback_info_t* out);
+  // An array whose elements are all strings, appended to `out`. Anything else, or an array
+  // with an element of another type, gives null and appends nothing.
+  std::vector<std::string>* ReadStrings(const std::string& name, std::vector<std::string>* out);
 
  private:
   // The property's value when present and of `type`; an empty value otherwise.

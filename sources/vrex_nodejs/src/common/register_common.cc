@@ -57,7 +57,13 @@ void RegisterCallbacks(Napi::Object& exports) {
   RegisterFunction(exports, "getTimeMillis", callback_getTimeMillis);
   RegisterFunction(exports, "setLogFile", callback_setLogFile);
   RegisterFunction(exports, "setLogLevel", callback_setLogLevel);
+  RegisterFunction(exports, "sendFile", callback_sendFile);
+  RegisterFunction(exports, "pauseOperation", callback_pauseOperation);
+  RegisterFunction(exports, "resumeOperation", callback_resumeOperation);
   RegisterFunction(exports, "cancelOperation", callback_cancelOperation);
+  RegisterFunction(exports, "consumeOperationBufferedData", callback_consumeOperationBufferedData);
+  RegisterFunction(exports, "transferOperationBufferedData", callback_transferOperationBufferedData);
+  RegisterFunction(exports, "operationSetMaxBufferSize", callback_operationSetMaxBufferSize);
 }
 
 }  // namespace common

@@ -8,18 +8,6 @@ namespace vrex {
 namespace nodejs {
 namespace common {
 
-namespace {
-
-// An exception thrown by a callback called from the event loop has no JavaScript caller to
-// reach; it becomes the process's uncaught exception, as for any other I/O callback.
-void RaiseUncaught(Napi::Env& env) {
-  if (!env.IsExceptionPending()) return;
-  Napi::Error error = env.GetAndClearPendingException();
-  napi_fatal_exception(env, error.Value());
-}
-
-}  // namespace
-
 void Task::SignalWorkEnd(Napi::Env& env, bool inJs, int code,
                          const vrex::errors::error_info_t* info) {
   if (_log) LOGI << "#-> Task::SignalWorkEnd id=" << _id << " name=" << _name << " errorCode=" << code;
@@ -57,7 +45,7 @@ void Task::SignalWorkEnd(Napi::Env& env, bool inJs, int code,
     // this one still held.
     const std::shared_ptr<async_callback_t> completion = std::move(_completion);
     completion->Call(inJs, {error, result});
-    if (!inJs) RaiseUncaught(env);
+    if (!inJs) RaisePendingAsUncaught(env);
   }
   if (_log) {
     LOGI << "<-# Task::SignalWorkEnd id=" << _id << " done in "

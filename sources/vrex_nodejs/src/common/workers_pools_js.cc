@@ -1,4 +1,5 @@
-// The pools' statistics as JavaScript objects, for getWorkersPoolsStats.
+// The pools seen from JavaScript: their statistics (getWorkersPoolsStats), and the task id a
+// task function returns.
 #include "common/workers_pools_manager.h"
 
 namespace vrex {
@@ -40,6 +41,12 @@ void WorkersPoolsManager::GetJSInfo(Napi::Array& array) {
     GetPool(name)->GetJSInfo(object);
     array.Set(index++, object);
   }
+}
+
+Napi::Value EnqueueTask(Napi::Env env, std::shared_ptr<Task> task) {
+  const long id = task->Id();
+  WorkersPoolsManager::Enqueue(std::move(task), true);
+  return Napi::Number::New(env, static_cast<double>(id));
 }
 
 }  // namespace common

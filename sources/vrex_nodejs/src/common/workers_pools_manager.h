@@ -41,6 +41,10 @@ class WorkersPoolsManager {
   static WorkersPool* GetPool(const std::string& name);
 };
 
+// Gives `task` to the pool it names and returns its id, the value every task function returns
+// to JavaScript.
+Napi::Value EnqueueTask(Napi::Env env, std::shared_ptr<Task> task);
+
 }  // namespace common
 }  // namespace nodejs
 }  // namespace vrex

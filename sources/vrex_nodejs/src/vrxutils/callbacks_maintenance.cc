@@ -10,12 +10,6 @@ namespace vrex {
 namespace nodejs {
 namespace vrxutils {
 
-Napi::Value EnqueueTask(Napi::Env env, std::shared_ptr<common::Task> task) {
-  const long id = task->Id();
-  common::WorkersPoolsManager::Enqueue(std::move(task), true);
-  return Napi::Number::New(env, static_cast<double>(id));
-}
-
 void ThrowInvalidParameters(Napi::Env env, const char* function) {
   // A parameter's getter that threw has its own exception pending; a second throw would abort.
   if (env.IsExceptionPending()) return;

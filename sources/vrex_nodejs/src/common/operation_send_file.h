@@ -1,0 +1,59 @@
+// OperationSendFile: sendFile, a byte range of one file streamed to a file, a socket or a
+// JavaScript drain, on the "Serve" pool.
+//
+// The source is read in pieces, each under the file's locks (shared, within the process and
+// among processes), so that an appender elsewhere waits at most one read. The range is fixed
+// when the operation starts: bytes appended later are not sent. With sendFileSize the length
+// goes first, as 4 bytes big-endian.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "abstraction/filelock.h"
+#include "common/base_operation.h"
+#include "common/send_file_params.h"
+#include "mscommon/ipc_file_lock.h"
+
+namespace vrex {
+namespace nodejs {
+namespace common {
+
+class OperationSendFile : public BaseOperation {
+ public:
+  static constexpr unsigned long kDrainBufferSize = 4194304;
+  static constexpr unsigned long kBufferSize = 262144;
+
+  OperationSendFile(Napi::Env& env, long id, const SendFileParams& params);
+  ~OperationSendFile() override;
+
+ protected:
+  // Opens the source, checks the range ("NodeJS invalid file offset and length") and prepares
+  // the locks of the source and of the destination file.
+  int Init(const std::string& dstFile) override;
+  bool IsLowPriority() override { return false; }
+  void GetOperationStartCallbackInfo(Napi::Object&) override {}
+  void GetOperationEndCallbackInfo(Napi::Object&) override {}
+  void GetOperationEndCallbackError(Napi::Object&) override {}
+  int ProcessData(vrex::common::IOBuffer& buffer, int fd, unsigned long maxRead,
+                  int& waitSeconds) override;
+
+ private:
+  int AddLocks(const std::string& path, bool shared);
+  void LockIPCLocks();
+  void UnlockIPCLocks();
+
+  const SendFileParams _params;
+  int _fd = -1;
+  long _length = 0;
+  long _offset = 0;
+  long _bytesSent = 0;
+  std::vector<vrex::abstraction::file_lock_t> _fileLocks;
+  std::vector<std::unique_ptr<ms::IPCFileLock>> _ipcLocks;
+  bool _sizeSent = true;
+};
+
+}  // namespace common
+}  // namespace nodejs
+}  // namespace vrex
