@@ -62,7 +62,10 @@ export function getTimeMillis(): number;
 
 /**
  * Adds a rolling log file, written on a thread of its own, and starts logging to it.
- * @throws VidoraError when `options` is not an object or `path` is missing or empty.
+ * @throws VidoraError "NodeJS function parameters are incorrect" when `options` is not an
+ *   object or `path` is missing or empty; the system error (EISDIR, EINVAL, ENOENT, EACCES)
+ *   when the path is a directory or another file that is not a regular one, or cannot be
+ *   written.
  */
 export function setLogFile(options: LogFileOptions): void;
 
@@ -165,13 +168,123 @@ export function setWorkersPoolsLimits(limits: WorkersPoolsLimits): WorkersPoolSt
 /** The statistics of every workers pool, in name order. Resets totalSeenSinceLastQuery. */
 export function getWorkersPoolsStats(): WorkersPoolStats[];
 
+/** A change of an operation's state: `paused` by pauseOperation (or made paused), `resumed`. */
+export interface StateFlip {
+  timestamp: number;
+  state: 'paused' | 'resumed';
+}
+
 /**
- * Cancels a running or queued operation (a media export or file send) by its id.
+ * What every operation's callback gets beside the task fields: times in ms since the epoch
+ * (-1 until reached) and byte counts. Bytes taken with consumeOperationBufferedData are not
+ * counted in totalWrite.
+ */
+export interface OperationInfo {
+  initCompletedTime: number;
+  firstReadTime: number;
+  firstSendTime: number;
+  totalRead: number;
+  totalWrite: number;
+  stateFlips: StateFlip[];
+}
+
+/** The result of an operation that ended without error; `canceled` after cancelOperation. */
+export interface OperationResult extends OperationInfo {
+  canceled: boolean;
+}
+
+/** The completion callback of an operation. */
+export type OperationCallback<R = {}> = (error: (TaskError & OperationInfo) | null,
+  result: (R & OperationResult & TaskInfo) | null) => void;
+
+/** The destination and callbacks every operation takes. Exactly one destination. */
+export interface OperationDestination {
+  /** A file, created or truncated (mode 0640) when the operation starts. */
+  dstFileName?: string;
+  /** A connected socket; the operation sends on a duplicate, so the caller keeps its own. */
+  dstTcpFd?: number;
+  /**
+   * Called (with no arguments) when bytes wait in the operation's buffer: take them with
+   * consumeOperationBufferedData or transferOperationBufferedData. The worker waits while
+   * the buffer holds its limit (4 MiB for sendFile) or more.
+   */
+  dstCallback?: () => void;
+  /** Start paused; resumeOperation starts the flow. */
+  paused?: boolean;
+  /** Called once when the operation starts, with its id. */
+  startCallback?: (info: { id: number }) => void;
+  /** Called when the progress changes (0 to 100), and with 100 at a successful end. */
+  progressCallback?: (info: { id: number; progress: number }) => void;
+}
+
+export interface SendFileParams extends OperationDestination {
+  /** The one file to send (or srcFileNames with exactly one name). */
+  srcFileName?: string;
+  srcFileNames?: string[];
+  /** First byte to send. Default 0. */
+  offset?: number;
+  /** Bytes to send; -1 or absent: to the end of the file as it is when the operation starts. */
+  length?: number;
+  /** Send the length first, as 4 bytes big-endian. */
+  sendFileSize?: boolean;
+  /** Marks the destination as a network one (a socket destination always is). */
+  networkDestination?: boolean;
+}
+
+/**
+ * Streams a byte range of a file to a file, a socket or a JavaScript drain, on the "Serve"
+ * pool. The source is read a piece at a time under shared locks, so a file that another
+ * process appends to can be sent: the range is what the file held when the operation started.
+ * A range outside the file ends with "NodeJS invalid file offset and length" (0x80080008).
+ * @returns the operation id, for the operation functions.
+ * @throws VidoraError "NodeJS function parameters are incorrect" without exactly one source
+ *   and exactly one destination, or when the destination file is the source; the system error
+ *   of a dstTcpFd that is not open.
+ */
+export function sendFile(params: SendFileParams, callback: OperationCallback): number;
+
+/**
+ * Pauses an operation: its worker stops producing at the next round. An operation that
+ * produces nothing for 60 s, paused or not, ends itself.
  * @throws VidoraError "NodeJS function parameters are incorrect" when `id` is not a number;
- *   "NodeJS sending operation not found" when no operation has that id (a plain task such as
- *   nop or statvfs is not an operation).
+ *   "NodeJS sending operation not found" when no running or queued operation has that id.
+ */
+export function pauseOperation(id: number): void;
+
+/**
+ * With one argument, resumes a paused operation. With two (whatever the second is), asks a
+ * media operation to resume and pause again after `ms` of media; a sendFile ignores it.
+ * @throws VidoraError as pauseOperation.
+ */
+export function resumeOperation(id: number, ms?: unknown): void;
+
+/**
+ * Cancels a running or queued operation: it ends cleanly, its result has `canceled` true.
+ * @throws VidoraError as pauseOperation (a plain task such as nop is not an operation).
  */
 export function cancelOperation(id: number): void;
+
+/**
+ * Copies buffered bytes of an operation into `buffer` and consumes them.
+ * @returns a view of the bytes copied, from offset 0 (of length 0 when none waited).
+ * @throws VidoraError as pauseOperation; "NodeJS function parameters are incorrect" when
+ *   `buffer` is not an ArrayBuffer.
+ */
+export function consumeOperationBufferedData(id: number, buffer: ArrayBuffer): DataView;
+
+/**
+ * Takes every buffered byte of an operation, without copying it: the Buffer owns the bytes.
+ * @throws VidoraError as pauseOperation.
+ */
+export function transferOperationBufferedData(id: number): Buffer;
+
+/**
+ * Sets the byte limit of an operation's buffer, from its next round on. 0 or below changes
+ * nothing.
+ * @throws VidoraError as pauseOperation; "NodeJS function parameters are incorrect" when
+ *   `size` is not a number.
+ */
+export function operationSetMaxBufferSize(id: number, size: number): void;
 
 /**
  * Runs a task that does nothing on the given pool, to tell that the pool is alive.

@@ -61,3 +61,23 @@ const fragmentsId: number = vidora.vrxFileListFragments({ fileName: 'samples/sam
     console.log(spans.map((f) => f.wallClockEnd - f.wallClockStart), err?.poolName);
   });
 console.log(infoId, fragmentsId);
+
+const sendId: number = vidora.sendFile({
+  srcFileName: 'samples/sample.vrx', offset: 10, length: 100, sendFileSize: true,
+  dstCallback: () => {
+    const chunk: Buffer = vidora.transferOperationBufferedData(sendId);
+    const view: DataView = vidora.consumeOperationBufferedData(sendId, new ArrayBuffer(1024));
+    console.log(chunk.length, view.byteLength);
+  },
+  progressCallback: ({ progress }) => console.log(progress),
+  startCallback: ({ id }) => console.log(id),
+}, (err, result) => {
+  if (err) return console.log(err.errors[0].full, err.totalRead);
+  if (result) console.log(result.canceled, result.totalWrite, result.stateFlips[0]?.state, result.poolName);
+});
+vidora.pauseOperation(sendId);
+vidora.resumeOperation(sendId);
+vidora.resumeOperation(sendId, 2000);
+vidora.operationSetMaxBufferSize(sendId, 1 << 20);
+vidora.cancelOperation(sendId);
+vidora.sendFile({ srcFileNames: ['a.bin'], dstTcpFd: 5, paused: true }, () => {});
