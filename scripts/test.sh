@@ -5,6 +5,8 @@
 set -u
 cd "$(dirname "$0")/.."
 root=$(pwd)
+# shellcheck source=scripts/test_deps.sh
+source scripts/test_deps.sh
 jobs=$(nproc)
 passed=0
 failed=0

@@ -4,6 +4,7 @@ const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { spawnSync } = require('child_process');
 
 const vidora = require('..');
 
@@ -37,7 +38,21 @@ async function waitFor(predicate, timeoutMs = 5000) {
   }
 }
 
+// Runs a tool that the tests take from Debian (ffmpeg, ffprobe, flock...), with the
+// environment of a child process; a tool that is missing fails with what to install.
+function runTool(command, args, options = {}) {
+  const { childEnv } = require('../tools/vrx_tools');
+  const run = spawnSync(command, args, { env: childEnv(), encoding: 'utf8', maxBuffer: 1 << 28, ...options });
+  if (run.error && run.error.code === 'ENOENT') {
+    const debian = { ffprobe: 'ffmpeg', ffmpeg: 'ffmpeg' }[command] || command;
+    throw new Error(`${command} is not installed: the tests need it (Debian package ${debian}; ` +
+      '"npm test" installs it when run as root)');
+  }
+  if (run.error) throw run.error;
+  return run;
+}
+
 // Values of every kind, for trying each argument position with the wrong type.
 const WRONG_VALUES = [undefined, null, 0, 1.5, NaN, 'text', '', true, Symbol('s'), 10n, [], () => {}];
 
-module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, WRONG_VALUES };
+module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, runTool, WRONG_VALUES };

@@ -9,8 +9,8 @@ const { spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, tempDir } = require('./helpers');
-const { writeVrx, childEnv, holdFlock } = require('../tools/vrx_tools');
+const { vidora, tempDir, runTool } = require('./helpers');
+const { writeVrx, holdFlock } = require('../tools/vrx_tools');
 
 const T0 = 1767225600000;  // 2026-01-01T00:00:00.000Z
 const TIMED_OUT = 0x80000004 | 0;
@@ -346,8 +346,8 @@ test('the sample lists 6 s of H.264 and AAC that ffprobe decodes back', async ()
   }
   fs.writeFileSync(path.join(dir, 'sample.h264'), Buffer.concat(video));
   fs.writeFileSync(path.join(dir, 'sample.aac'), Buffer.concat(audio));
-  const probe = (file, entries) => spawnSync('ffprobe', ['-v', 'error', '-count_frames', '-show_entries',
-    entries, '-of', 'csv=p=0', path.join(dir, file)], { env: childEnv(), encoding: 'utf8' });
+  const probe = (file, entries) => runTool('ffprobe', ['-v', 'error', '-count_frames', '-show_entries',
+    entries, '-of', 'csv=p=0', path.join(dir, file)]);
   const v = probe('sample.h264', 'stream=codec_name,width,height,nb_read_frames');
   assert.strictEqual(v.stderr, '');
   assert.strictEqual(v.stdout.trim(), 'h264,320,240,150');
