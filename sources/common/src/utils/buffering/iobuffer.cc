@@ -3,14 +3,15 @@
 
 #include <arpa/inet.h>
 #include <endian.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <utility>
 
 #include "abstraction/logging.h"
@@ -27,9 +28,22 @@ namespace {
 // The largest UDP payload, so one datagram always fits.
 constexpr uint32_t kMaxDatagramSize = 65536;
 constexpr double kGrowthFactor = 1.3;
+// Buffers this large take transparent huge pages where the system offers them on request: a
+// buffer handed on whole (to JavaScript, to the next stage) is often a fresh allocation, and
+// touching it page by page costs more than filling it.
+constexpr size_t kHugePage = 2 * 1024 * 1024;
+
+uint8_t* AllocateBlock(uint64_t size) {
+  if (size < kHugePage) return static_cast<uint8_t*>(malloc(size));
+  const size_t rounded = (size + kHugePage - 1) / kHugePage * kHugePage;
+  void* block = aligned_alloc(kHugePage, rounded);
+  if (block != nullptr) madvise(block, rounded, MADV_HUGEPAGE);
+  return static_cast<uint8_t*>(block);
+}
+
 }  // namespace
 
-IOBuffer::~IOBuffer() { delete[] _pBuffer; }
+IOBuffer::~IOBuffer() { free(_pBuffer); }
 
 bool IOBuffer::Initialize(uint32_t expected) {
   const bool unused = _pBuffer == nullptr && _size == 0 && _published == 0 && _consumed == 0;
@@ -60,13 +74,13 @@ bool IOBuffer::EnsureSize(uint32_t expected) {
   }
   if (_minChunkSize > newSize) newSize = _minChunkSize;
 
-  uint8_t* pNew = new (std::nothrow) uint8_t[newSize];
+  uint8_t* pNew = AllocateBlock(newSize);
   if (pNew == nullptr) {
     LOGE << "<-# IOBuffer::EnsureSize FAILED! Unable to allocate " << newSize << " bytes";
     return false;
   }
   if (active > 0) memcpy(pNew, _pBuffer + _consumed, active);
-  delete[] _pBuffer;
+  free(_pBuffer);
   _pBuffer = pNew;
   _size = static_cast<uint32_t>(newSize);
   _consumed = 0;
@@ -336,7 +350,7 @@ void IOBuffer::Recycle() {
 }
 
 void IOBuffer::Cleanup() {
-  delete[] _pBuffer;
+  free(_pBuffer);
   _pBuffer = nullptr;
   _size = 0;
   _published = 0;
