@@ -98,8 +98,12 @@ TEST(WriterRawH264, Framing) {
     int error = 0;
     std::unique_ptr<WriterRawH264> writer(WriterRawH264::Create(c.inAvcc, c.outAvcc, &sink, error));
     EXPECT_EQ(writer->WriteVideoData(c.input.data(), c.input.size(), media::dts_cts_t(), true), c.result) << c.what;
-    EXPECT_EQ(sink.bytes, c.output) << c.what;
-    EXPECT_EQ(sink.calls, c.output.empty() ? 0 : 1) << c.what;
+    EXPECT_EQ(writer->WriteVideoData(c.input.data(), c.input.size(), media::dts_cts_t(), true, media::TAG_VH265),
+              c.result) << c.what << " (tagged)";
+    Bytes twice = c.output;
+    twice.insert(twice.end(), c.output.begin(), c.output.end());
+    EXPECT_EQ(sink.bytes, twice) << c.what;
+    EXPECT_EQ(sink.calls, c.output.empty() ? 0 : 2) << c.what;
     EXPECT_EQ(writer->WriteAudioData(c.input.data(), c.input.size(), media::dts_cts_t()), 0);
   }
   Collector failing;

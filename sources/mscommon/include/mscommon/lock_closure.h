@@ -19,10 +19,13 @@ struct CombinedLock {
 };
 
 // Sorts the referenced locks and takes both layers of each on construction, waiting without
-// limit. The caller's vector must outlive the closure.
+// limit; releases them all when it goes. The caller's vector must outlive the closure.
 class LockClosure {
  public:
   explicit LockClosure(std::vector<CombinedLock>& locks);
+  ~LockClosure() { UnlockAll(); }
+  LockClosure(const LockClosure&) = delete;
+  LockClosure& operator=(const LockClosure&) = delete;
 
   // Whether all are held; an empty vector counts as locked.
   bool IsLocked() const { return _locked; }

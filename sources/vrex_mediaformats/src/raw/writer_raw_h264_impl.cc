@@ -44,6 +44,12 @@ class WriterRawH264Impl : public WriterRawH264 {
     return static_cast<int>(outSize);
   }
 
+  // The framing is the same for every codec of length-prefixed units: the tag changes nothing.
+  int WriteVideoData(const void* data, size_t size, const media::dts_cts_t& ts, bool key,
+                     unsigned long) override {
+    return WriteVideoData(data, size, ts, key);
+  }
+
   int WriteAudioData(const void*, size_t, const media::dts_cts_t&) override { return 0; }
   int WriteClockSync(const media::clock_sync_t&) override { return 0; }
   int WriteImageData(const char*, size_t, const media::dts_cts_t&, unsigned long) override { return 0; }

@@ -27,7 +27,8 @@ class WriterRawH264 : public BaseWriter {
 
   // WriteVideoData returns the byte count handed on (0 for an empty frame), the converter's
   // code (ERR_MEDIA_INVALID_NALU for a length past the frame; nothing reaches the observer
-  // then) or ERR_MEDIAFORMATS_WRITER_OBSERVER_FAILED. The other calls accept and ignore.
+  // then) or ERR_MEDIAFORMATS_WRITER_OBSERVER_FAILED; its tagged form does the same whatever
+  // the tag (H.265 units are framed alike). The other calls accept and ignore.
   using BaseWriter::WriteAudioData;
   using BaseWriter::WriteVideoData;
 };
