@@ -7,7 +7,7 @@ const fs = require('fs');
 const { spawn } = require('child_process');
 
 const { vidora } = require('./helpers');
-const { send, sourceFile, assertEventOrder } = require('./send_file_helpers');
+const { send, sourceFile, assertEventOrder } = require('./operation_helpers');
 
 const MiB = 1024 * 1024;
 const sanitized = Boolean(process.env.VIDORA_SANITIZED);

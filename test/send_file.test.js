@@ -8,7 +8,7 @@ const fs = require('fs');
 const path = require('path');
 
 const { vidora, INVALID_PARAMETERS, assertThrowsCode, WRONG_VALUES } = require('./helpers');
-const { send, sourceFile, loopbackSocket, assertEventOrder, sha, dir } = require('./send_file_helpers');
+const { send, sourceFile, loopbackSocket, assertEventOrder, sha, dir } = require('./operation_helpers');
 
 const INVALID_RANGE = 0x80080008 | 0;
 const OPERATION_NOT_FOUND = 0x8008000e | 0;

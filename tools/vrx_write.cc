@@ -8,7 +8,8 @@
 //   partition FIXED_HEX24 [DYNAMIC_HEX]   open a partition (12 bytes of fixed metadata)
 //   end                                   close it: header, contents, footer with seek table
 //   sync SC RATE WALLCLOCK_MS             a clock sync node
-//   video DTS RATE CTS KEY PAYLOAD        an H.264 access unit (KEY 0 or 1)
+//   video DTS RATE CTS KEY PAYLOAD [CODEC] an access unit (KEY 0 or 1); CODEC h264 (default),
+//                                         h265 or av1
 //   audio DTS RATE PAYLOAD                an AAC frame (ADTS)
 //   pad FILE_SIZE                         skip packets up to FILE_SIZE (a managed file's tail)
 // PAYLOAD is pattern:SIZE:SEED (bytes (SEED + i) & 0xff), file:PATH:OFFSET:SIZE (bytes as they
@@ -30,6 +31,7 @@
 #include <vector>
 
 #include "media/clock_sync.h"
+#include "media/codec_tags.h"
 #include "media/nalu.h"
 #include "media/timestamp.h"
 #include "mediaformats/vrx/vrx_format.h"
@@ -263,12 +265,16 @@ class Builder {
     if (!(in >> dts >> rate)) return false;
     if (video && !(in >> cts >> key)) return false;
     if (!(in >> description) || !ReadPayload(description, _payload)) return false;
+    std::string codec = "h264";
+    if (video) in >> codec;
+    const uint64_t tag = vrex::media::stringToTag(codec);
+    if (video && vrex::media::tagKind(tag) != 'V') return false;
     const dts_cts_t ts(dts, rate, cts);
     NoteFirst(ts);
     Sink& sink = Target();
     const long start = static_cast<long>(sink.data.size());
     sink.Expect(_payload.data());
-    const long written = video ? TargetWriter().WriteVideoData(_payload.data(), _payload.size(), ts, key != 0)
+    const long written = video ? TargetWriter().WriteVideoData(_payload.data(), _payload.size(), ts, key != 0, tag)
                                : TargetWriter().WriteAudioData(_payload.data(), _payload.size(), ts);
     if (written < 0 || sink.PayloadOffset() < 0) return false;
     _frames.push_back({sink.PayloadOffset(), static_cast<long>(_payload.size())});

@@ -140,7 +140,9 @@ std::pair<long, int> ReaderVREXImpl::SeekToWallClock(long millis, snap_to_idr_t 
     }
     before = candidate;
   }
-  if (err < 0) return {-1, err};
+  // A reader that stops at a footer runs out of frames with "need more data": that is the end
+  // of what there is, not a failure of the seek.
+  if (err < 0 && err != ERR_MEDIAFORMATS_NEED_MORE_DATA) return {-1, err};
   if (!exact.Found() && !after.Found() && !before.Found()) {
     LOGE << "<-# ReaderVREXImpl::SeekToWallClock FAILED! (before._offset < 0) millis=" << millis;
     return {-1, VREX_ERROR(ERR_MEDIAFORMATS_WALL_CLOCK_NOT_FOUND)};

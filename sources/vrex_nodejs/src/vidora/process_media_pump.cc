@@ -85,7 +85,9 @@ int OperationProcessMedia::ProcessData(IOBuffer& buffer, int fd, unsigned long, 
 int OperationProcessMedia::RestartKeyFramesPhase() {
   LOGI << "    OperationProcessMedia::ReadForward actionId=" << ActionId() << " Finish sending all key frames";
   _keyFramesPhase = false;
-  const int sought = _reader->SeekToWallClock(_params.wallClockStartMillis, _params.snapToIdr).second;
+  // Back to where the first pass began: the range's start, or the beginning without one.
+  const long start = _params.wallClockStartMillis;
+  const int sought = start > 0 ? _reader->SeekToWallClock(start, _params.snapToIdr).second : _reader->Rewind();
   if (sought != 0) LOGE << "<-# OperationProcessMedia::ReadForward SeekToWallClock() " << sought;
   return sought;
 }
@@ -237,7 +239,9 @@ int OperationProcessMedia::ReadForward(IOBuffer& buffer, unsigned long minBytes,
     int error = 0;
     const media::frame_t* frame = _reader->ReadFrame(error);
     if (frame == nullptr) {
-      if (error != ERR_MEDIAFORMATS_NEED_MORE_DATA) {
+      // The end of the data ends the first pass of key frames as the range's end does.
+      const bool ended = error == 0 || error == ERR_MEDIAFORMATS_NEED_MORE_DATA;
+      if (!ended) {
         SetComplete(true);
         return error;
       }
@@ -245,6 +249,10 @@ int OperationProcessMedia::ReadForward(IOBuffer& buffer, unsigned long minBytes,
         const int sought = RestartKeyFramesPhase();
         if (sought != 0) return sought;
         continue;
+      }
+      if (error == 0) {
+        SetComplete(true);
+        return 0;
       }
       if (++_needMoreRetries >= kMaxNeedMoreRetries) {
         SetComplete(true);

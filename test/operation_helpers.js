@@ -1,6 +1,6 @@
 'use strict';
-// Runs sendFile into each kind of destination and gathers what arrives, with the order of
-// the callbacks, for the operation tests.
+// Runs an operation (sendFile, processMedia) into each kind of destination and gathers what
+// arrives, with the order of the callbacks, for the operation tests.
 const assert = require('assert');
 const crypto = require('crypto');
 const fs = require('fs');
@@ -83,10 +83,10 @@ const SINKS = {
   },
 };
 
-// Starts sendFile of `params` into `sink`; resolves with { id, error, result, bytes, events }
-// once the completion callback came. `control(state)` runs right after the call; with a drain,
+// Starts `start` (sendFile unless given) with `params` into `sink`; resolves with { id, error,
+// result, bytes, events } once the completion callback came. `control(state)` runs right after the call; with a drain,
 // `state.hold` true makes it take nothing, and `state.pull()` takes what is there.
-async function send(params, sink, control = () => {}) {
+async function send(params, sink, control = () => {}, start = vidora.sendFile) {
   const state = { id: 0, chunks: [], events: [], hold: false };
   const full = { ...params };
   // Takes what a drain left while it held back.
@@ -95,7 +95,7 @@ async function send(params, sink, control = () => {}) {
   full.startCallback = (info) => { state.startId = info.id; state.events.push('start'); };
   full.progressCallback = ({ progress }) => state.events.push(`progress ${progress}`);
   const ended = new Promise((resolve) => {
-    state.id = vidora.sendFile(full, (error, result) => {
+    state.id = start(full, (error, result) => {
       state.events.push('end');
       // Bytes a drain did not take are still there during the completion callback.
       if (full.dstCallback && !error) {
