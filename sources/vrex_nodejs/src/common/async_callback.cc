@@ -43,6 +43,12 @@ Napi::Value async_callback_t::Call(bool inJs, std::initializer_list<napi_value> 
   return scope.Escape(result);
 }
 
+void RaiseUncaught(Napi::Env& env) {
+  if (!env.IsExceptionPending()) return;
+  Napi::Error error = env.GetAndClearPendingException();
+  napi_fatal_exception(env, error.Value());
+}
+
 }  // namespace common
 }  // namespace nodejs
 }  // namespace vrex

@@ -35,6 +35,10 @@ class async_callback_t {
   Napi::ObjectReference _receiver;
 };
 
+// An exception thrown by a callback called from the event loop has no JavaScript caller to
+// reach: this makes it the process's uncaught exception, as for any other I/O callback.
+void RaiseUncaught(Napi::Env& env);
+
 }  // namespace common
 }  // namespace nodejs
 }  // namespace vrex

@@ -1,5 +1,6 @@
 // Task::SignalWorkEnd: the completion callback with the common result fields.
 #include "abstraction/logging.h"
+#include "common/async_callback.h"
 #include "common/clock.h"
 #include "common/js_error.h"
 #include "common/task.h"
@@ -7,18 +8,6 @@
 namespace vrex {
 namespace nodejs {
 namespace common {
-
-namespace {
-
-// An exception thrown by a callback called from the event loop has no JavaScript caller to
-// reach; it becomes the process's uncaught exception, as for any other I/O callback.
-void RaiseUncaught(Napi::Env& env) {
-  if (!env.IsExceptionPending()) return;
-  Napi::Error error = env.GetAndClearPendingException();
-  napi_fatal_exception(env, error.Value());
-}
-
-}  // namespace
 
 void Task::SignalWorkEnd(Napi::Env& env, bool inJs, int code,
                          const vrex::errors::error_info_t* info) {
