@@ -61,3 +61,14 @@ const fragmentsId: number = vidora.vrxFileListFragments({ fileName: 'samples/sam
     console.log(spans.map((f) => f.wallClockEnd - f.wallClockStart), err?.poolName);
   });
 console.log(infoId, fragmentsId);
+
+vidora.installCrashHandler('/var/log/vidora/service');
+const acceptorId: number = vidora.createTcpAcceptor('127.0.0.1:8000', (connection) => {
+  if (connection instanceof Error) return console.log(connection.errors[0].full);
+  const peer: string = `${connection.ip}:${connection.port}`;
+  console.log(peer);
+  vidora.closeTcpConnection(connection.fd);
+}, { name: 'server' });
+const onConnection: vidora.TcpAcceptorCallback = () => {};
+vidora.closeTcpAcceptor(vidora.createTcpAcceptor('[::1]:8001', onConnection));
+vidora.closeTcpAcceptor(acceptorId);
