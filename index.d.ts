@@ -414,3 +414,47 @@ export function vrxFileListPartitions(fileName: string,
  */
 export function vrxFileListFragments(params: VrxFileListFragmentsParams,
   callback: TaskCallback<{ fragments: VrxFragment[] }>): number;
+
+/**
+ * Installs the crash log. When this process then dies by SIGSEGV, SIGABRT, SIGFPE, SIGILL or
+ * SIGBUS, `<path>.crash.log` gets the signal and the stack as raw addresses after the process
+ * id, start time, version and memory map written now, and the process ends by SIGKILL. Each
+ * start rolls the logs before to `.1` ... `.9`. The host's own handlers for these signals are
+ * replaced: a WebAssembly memory access out of bounds, for one, then ends the process too.
+ * A second call does nothing.
+ * @throws VidoraError "NodeJS function parameters are incorrect" when `path` is not a non-empty
+ *   string; the system error (module 0, e.g. "No such file or directory") when the log cannot
+ *   be made.
+ */
+export function installCrashHandler(path: string): void;
+
+/** A connection accepted by a TCP acceptor. */
+export interface TcpConnection {
+  /** The accepted socket (blocking, close-on-exec): the callback owns it, see closeTcpConnection. */
+  fd: number;
+  /** The peer's address, e.g. "127.0.0.1" or "::1". */
+  ip: string;
+  port: number;
+}
+
+/** Called for each accepted connection, or with the error when polling the socket fails. */
+export type TcpAcceptorCallback = (connection: TcpConnection | VidoraError) => void;
+
+/**
+ * Listens on `address` and hands each accepted connection to `callback`, on the main thread's
+ * event loop, until closeTcpAcceptor; an open acceptor keeps the process alive. `address` is
+ * "host:port" (split at the last colon) or "[ipv6 host]:port"; an empty host is every address,
+ * a host name is resolved at once. `this` in the callback is `receiver`, or the module.
+ * @returns the acceptor's id.
+ * @throws VidoraError "NodeJS function parameters are incorrect" for arguments of the wrong type
+ *   or an address that is not IPv4 or IPv6 host:port; "Address already in use" (0x80000062)
+ *   when another acceptor or another program has the address; other system errors of socket,
+ *   bind and listen (module 0); "NodeJS invalid internal state" when called on a worker thread.
+ */
+export function createTcpAcceptor(address: string, callback: TcpAcceptorCallback, receiver?: object): number;
+
+/** Stops listening; an id that is not open (or not a number) does nothing. */
+export function closeTcpAcceptor(id: number): void;
+
+/** Closes a descriptor that a TCP acceptor handed over; a negative number or another type does nothing. */
+export function closeTcpConnection(fd: number): void;

@@ -4,7 +4,7 @@ const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { spawnSync } = require('child_process');
+const { spawn, spawnSync } = require('child_process');
 
 const vidora = require('..');
 
@@ -52,7 +52,29 @@ function runTool(command, args, options = {}) {
   return run;
 }
 
+// Runs `script` in a new node process that inherits the environment (and so the addon to
+// load). Resolves with {pid, status, signal, stdout, stderr} when it ends; `onLine` sees each
+// line of its standard output as it comes.
+function runNode(script, { onLine = () => {} } = {}) {
+  return new Promise((resolve, reject) => {
+    const child = spawn(process.execPath, ['-e', script]);
+    let stdout = '';
+    let stderr = '';
+    let pending = '';
+    child.stdout.setEncoding('utf8');
+    child.stdout.on('data', (data) => {
+      stdout += data;
+      const lines = (pending + data).split('\n');
+      pending = lines.pop();
+      lines.forEach(onLine);
+    });
+    child.stderr.on('data', (data) => { stderr += data; });
+    child.on('error', reject);
+    child.on('close', (status, signal) => resolve({ pid: child.pid, status, signal, stdout, stderr }));
+  });
+}
+
 // Values of every kind, for trying each argument position with the wrong type.
 const WRONG_VALUES = [undefined, null, 0, 1.5, NaN, 'text', '', true, Symbol('s'), 10n, [], () => {}];
 
-module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, runTool, WRONG_VALUES };
+module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, runTool, runNode, WRONG_VALUES };

@@ -81,3 +81,13 @@ vidora.resumeOperation(sendId, 2000);
 vidora.operationSetMaxBufferSize(sendId, 1 << 20);
 vidora.cancelOperation(sendId);
 vidora.sendFile({ srcFileNames: ['a.bin'], dstTcpFd: 5, paused: true }, () => {});
+vidora.installCrashHandler('/var/log/vidora/service');
+const acceptorId: number = vidora.createTcpAcceptor('127.0.0.1:8000', (connection) => {
+  if (connection instanceof Error) return console.log(connection.errors[0].full);
+  const peer: string = `${connection.ip}:${connection.port}`;
+  console.log(peer);
+  vidora.closeTcpConnection(connection.fd);
+}, { name: 'server' });
+const onConnection: vidora.TcpAcceptorCallback = () => {};
+vidora.closeTcpAcceptor(vidora.createTcpAcceptor('[::1]:8001', onConnection));
+vidora.closeTcpAcceptor(acceptorId);

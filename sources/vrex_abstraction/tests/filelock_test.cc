@@ -19,28 +19,11 @@
 #include "abstraction/filelock.h"
 #include "abstraction/filelock_closure.h"
 #include "filelock/file_locks.h"
+#include "temp_dir.h"
 
 namespace vrex {
 namespace abstraction {
 namespace {
-
-class TempDir {
- public:
-  TempDir() {
-    char pattern[] = "/tmp/vidora-filelock-XXXXXX";
-    _path = mkdtemp(pattern);
-  }
-  ~TempDir() { std::system(("rm -rf '" + _path + "'").c_str()); }
-  std::string File(const std::string& name, const std::string& content = "") const {
-    const std::string path = _path + "/" + name;
-    std::ofstream(path) << content;
-    return path;
-  }
-  const std::string& path() const { return _path; }
-
- private:
-  std::string _path;
-};
 
 std::string Shell(const std::string& command) {
   std::string out;

@@ -16,6 +16,9 @@ Napi::Value callback_getTimeMillis(const Napi::CallbackInfo& info);
 Napi::Value callback_setWorkersPoolsLimits(const Napi::CallbackInfo& info);
 Napi::Value callback_getWorkersPoolsStats(const Napi::CallbackInfo& info);
 
+// callbacks_crash_handler.cc
+Napi::Value callback_installCrashHandler(const Napi::CallbackInfo& info);
+
 // callbacks_operations.cc
 Napi::Value callback_pauseOperation(const Napi::CallbackInfo& info);
 Napi::Value callback_resumeOperation(const Napi::CallbackInfo& info);

@@ -54,6 +54,7 @@ void RegisterCallbacks(Napi::Object& exports) {
   RegisterFunction(exports, "getErrorDescription", callback_getErrorDescription);
   RegisterFunction(exports, "setWorkersPoolsLimits", callback_setWorkersPoolsLimits);
   RegisterFunction(exports, "getWorkersPoolsStats", callback_getWorkersPoolsStats);
+  RegisterFunction(exports, "installCrashHandler", callback_installCrashHandler);
   RegisterFunction(exports, "getTimeMillis", callback_getTimeMillis);
   RegisterFunction(exports, "setLogFile", callback_setLogFile);
   RegisterFunction(exports, "setLogLevel", callback_setLogLevel);

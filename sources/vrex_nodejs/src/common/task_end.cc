@@ -1,5 +1,6 @@
 // Task::SignalWorkEnd: the completion callback with the common result fields.
 #include "abstraction/logging.h"
+#include "common/async_callback.h"
 #include "common/clock.h"
 #include "common/js_error.h"
 #include "common/task.h"

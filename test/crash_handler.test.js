@@ -1,0 +1,113 @@
+'use strict';
+// installCrashHandler from JavaScript: node processes that install it and then crash leave
+// the crash log, and end by SIGKILL.
+const test = require('node:test');
+const assert = require('assert');
+const fs = require('fs');
+const path = require('path');
+const { vidora, INVALID_PARAMETERS, assertThrowsCode, runNode, tempDir, WRONG_VALUES } = require('./helpers');
+
+const NO_SUCH_FILE = 0x80000002 | 0;
+const root = JSON.stringify(path.join(__dirname, '..'));
+
+// Splits a crash log into its head, its body (memory map and saved lines) and the lines of
+// the crash, checking the layout on the way.
+function parseCrashLog(text) {
+  const head = /^pid: (\d+)\nstart timestamp: (\d+)\nversion: ([^\n]*)\n/.exec(text);
+  assert.ok(head, `a head in ${text.slice(0, 200)}`);
+  const tailStart = text.indexOf('crt: 0x', head[0].length);
+  const log = {
+    pid: Number(head[1]),
+    startSeconds: Number(head[2]),
+    version: head[3],
+    body: text.slice(head[0].length, tailStart < 0 ? undefined : tailStart),
+    crash: null,
+  };
+  if (tailStart < 0) return log;
+  const crash = /^crt: 0x([0-9A-F]{16}); \n(?:snd: 0x([0-9A-F]{8}); \n)?sig: 0x([0-9A-F]{8}); \n((?:frm: 0x[0-9A-F]{16}; \n)*)endstack\ncustom backtrace\n((?:frm: 0x[0-9A-F]{16}; \n)*)endstack\n$/
+    .exec(text.slice(tailStart));
+  assert.ok(crash, `the crash lines in their order:\n${text.slice(tailStart)}`);
+  const frames = (lines) => lines.split('\n').filter(Boolean).map((line) => line.slice(5, 23));
+  log.crash = {
+    millis: parseInt(crash[1], 16),
+    sender: crash[2] === undefined ? null : parseInt(crash[2], 16),
+    signal: parseInt(crash[3], 16),
+    frames: frames(crash[4]),
+    customFrames: frames(crash[5]),
+  };
+  return log;
+}
+
+// Runs `then` in a node process after it installed the handler on `logPath`.
+function installAndRun(logPath, then) {
+  return runNode(`
+    const vidora = require(${root});
+    vidora.installCrashHandler(${JSON.stringify(logPath)});
+    ${then}
+  `);
+}
+
+test('installCrashHandler throws for a path missing, not a string, empty, or in no folder', () => {
+  for (const value of WRONG_VALUES.filter((v) => typeof v !== 'string').concat([''])) {
+    assertThrowsCode(() => vidora.installCrashHandler(value), INVALID_PARAMETERS, String(value));
+  }
+  assertThrowsCode(() => vidora.installCrashHandler(), INVALID_PARAMETERS);
+  // Nothing is installed then: the later tests' processes install theirs.
+  const missing = path.join(tempDir('vidora-crash-'), 'missing', 'service');
+  assertThrowsCode(() => vidora.installCrashHandler(missing), NO_SUCH_FILE);
+});
+
+test('each crash leaves the log of this process and ends it by SIGKILL', async () => {
+  const dir = tempDir('vidora-crash-');
+  const banner = `vidora ${vidora.version().buildNumber} (`;
+  // A WebAssembly memory access out of bounds is a real fault; the host's own handler that
+  // would have made it a RangeError is replaced, and the fault's sender field holds the low
+  // half of an address nobody can tell.
+  // (module (memory 1) (func (export "load") (param i32) (result i32) local.get 0 i32.load))
+  const outOfBounds = `new WebAssembly.Instance(new WebAssembly.Module(Buffer.from(
+    '0061736d0100000001060160017f017f030201000503010001070801046c6f616400000a0901070020002802000b',
+    'hex'))).exports.load(70000)`;
+  const cases = [
+    ['WebAssembly access out of bounds', outOfBounds, 11, false],
+    ['SIGSEGV from kill()', "process.kill(process.pid, 'SIGSEGV')", 11, true],
+    ['process.abort()', 'process.abort()', 6, true],
+    ['SIGBUS from kill()', "process.kill(process.pid, 'SIGBUS')", 7, true],
+  ];
+  for (const [how, crash, signal, sentBySelf] of cases) {
+    const logPath = path.join(dir, how.replace(/\W+/g, '-'));
+    const before = Date.now();
+    const child = await installAndRun(logPath, crash);
+    const after = Date.now();
+    assert.strictEqual(child.signal, 'SIGKILL', `${how}: ${child.stderr}`);
+    const log = parseCrashLog(fs.readFileSync(`${logPath}.crash.log`, 'latin1'));
+    assert.strictEqual(log.pid, child.pid, how);
+    assert.ok(log.startSeconds >= Math.floor(before / 1000) && log.startSeconds <= after / 1000, how);
+    assert.ok(log.version.startsWith(banner), `${how}: ${log.version}`);
+    // The memory map of the node process that loaded the addon.
+    assert.match(log.body, /^[0-9a-f]+-[0-9a-f]+ [-r][-w][-x][ps] /, how);
+    assert.match(log.body, /vidora\.node\n/, how);
+    assert.match(log.body, /\[stack\]\n/, how);
+    assert.ok(log.crash, `${how}: the crash lines`);
+    assert.ok(log.crash.millis >= before && log.crash.millis <= after, how);
+    assert.strictEqual(log.crash.signal, signal, how);
+    if (sentBySelf) assert.strictEqual(log.crash.sender, child.pid, `${how}: the sender is the process itself`);
+    assert.ok(log.crash.frames.length >= 3 && log.crash.frames.length <= 64, how);
+    assert.ok(log.crash.customFrames.length >= 1 && log.crash.customFrames.length <= 64, how);
+  }
+});
+
+test('a second installation leaves the first log as it is; other signals are not caught', async () => {
+  const dir = tempDir('vidora-crash-');
+  const first = path.join(dir, 'first');
+  const second = path.join(dir, 'second');
+  const child = await installAndRun(first, `
+    vidora.installCrashHandler(${JSON.stringify(second)});
+    process.kill(process.pid, 'SIGTERM');
+  `);
+  assert.strictEqual(child.signal, 'SIGTERM');
+  const log = parseCrashLog(fs.readFileSync(`${first}.crash.log`, 'latin1'));
+  assert.strictEqual(log.pid, child.pid);
+  assert.strictEqual(log.crash, null);
+  assert.ok(!fs.existsSync(`${second}.crash.log`));
+  assert.ok(!fs.existsSync(`${first}.crash.log.1`));
+});
