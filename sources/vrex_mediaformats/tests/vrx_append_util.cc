@@ -30,11 +30,6 @@ long DescriptorSize(const media::dts_cts_t& ts, unsigned long payload) {
   return WriterVREX::ComputeRequiredSpace(&dts, ts.cts, payload);
 }
 
-// The frames of `source` that stay (all, or the first `count`).
-size_t KeptFrames(const source_t& source, size_t count) {
-  return std::min(count, source.recording.frames.size());
-}
-
 std::string DescribeFrame(const frame_record_t& frame) {
   std::ostringstream text;
   text << "tid=" << frame.tid << " key=" << frame.key << " dts=" << frame.dts << " cts=" << frame.cts
@@ -80,9 +75,17 @@ std::string SeekTableMismatch(const std::string& path, const partition_t& partit
 
 }  // namespace
 
+long appended_t::ContentsSize() const {
+  if (frames >= source->frameEnds.size()) return source->contentsSize;
+  return frames == 0 ? 0 : source->frameEnds[frames - 1];
+}
+
 Bytes ReadFileBytes(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return Bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+  std::ifstream stream(path, std::ios::binary | std::ios::ate);
+  Bytes bytes(static_cast<size_t>(std::max<std::streamoff>(stream.tellg(), 0)));
+  stream.seekg(0);
+  stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
 }
 
 void CreateManagedFile(const std::string& path, long size) {
@@ -195,16 +198,15 @@ std::string Mismatch(const std::string& path, const std::vector<expected_partiti
         !std::equal(w.dynamic.begin(), w.dynamic.end(), file.begin() + p._dynamicMetadata._offset)) {
       return why.str() + "dynamic metadata";
     }
-    const long header = DescriptorSize(w.sources[0]->appendTs, kPartitionHeaderFixedPayload + w.dynamic.size());
+    const long header = DescriptorSize(w.sources[0].source->appendTs, kPartitionHeaderFixedPayload + w.dynamic.size());
     if (p._contents._offset - p._offset != header) return why.str() + "header size";
     Bytes contents;
     std::vector<long> wallClocks;
     media::clock_sync_t lastSync;
     for (size_t k = 0; k < w.sources.size(); ++k) {
-      const source_t& source = *w.sources[k];
-      const size_t kept = KeptFrames(source, k + 1 == w.sources.size() ? w.lastFrames : SIZE_MAX);
-      const long end = kept == source.frameEnds.size() ? source.contentsSize
-                       : kept == 0 ? 0 : source.frameEnds[kept - 1];
+      const source_t& source = *w.sources[k].source;
+      const size_t kept = std::min(w.sources[k].frames, source.recording.frames.size());
+      const long end = w.sources[k].ContentsSize();
       const Bytes& bytes = source.recording.bytes;
       contents.insert(contents.end(), bytes.begin() + source.contentsOffset,
                       bytes.begin() + source.contentsOffset + end);
@@ -225,7 +227,7 @@ std::string Mismatch(const std::string& path, const std::vector<expected_partiti
     }
     const std::string table = SeekTableMismatch(path, p, wallClocks);
     if (!table.empty()) return why.str() + table;
-    const long footer = DescriptorSize(w.sources.back()->appendTs,
+    const long footer = DescriptorSize(w.sources.back().source->appendTs,
                                        kPartitionFooterFixedPayload + wallClocks.size() * kSeekPointSize);
     if (exactFooters && p._size != header + p._contents._size + footer) return why.str() + "footer size";
     at = p._offset + p._size;

@@ -57,13 +57,21 @@ std::unique_ptr<source_t> WriteSource(const shape_t& shape);
 // starts `n` * 4 s after the base, so that sources follow each other in time.
 shape_t NumberedShape(int n, int first = 0, int count = 30);
 
-// One partition of a managed file: the sources appended into it in order, the last one
-// possibly cut after `lastFrames` of its frames (as salvage leaves a torn growth).
+// One append as a managed file should hold it: all of a source's frames, or the first
+// `frames` of them (as salvage keeps a torn append).
+struct appended_t {
+  appended_t(const source_t* s, size_t f = SIZE_MAX) : source(s), frames(f) {}
+  // The bytes of the source's contents that stay: up to the end of its last frame kept.
+  long ContentsSize() const;
+  const source_t* source;
+  size_t frames;
+};
+
+// One partition of a managed file: the appends made into it, in order.
 struct expected_partition_t {
   Bytes fixed = Bytes(12, 0);
   Bytes dynamic;
-  std::vector<const source_t*> sources;
-  size_t lastFrames = SIZE_MAX;
+  std::vector<appended_t> sources;
 };
 
 // Empty when `path` holds exactly `want`: partitions back to back from offset 0, with their

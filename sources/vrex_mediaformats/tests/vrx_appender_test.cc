@@ -96,6 +96,7 @@ TEST(VrxAppenderTest, AppendsAsNewPartitionsAndGrowth) {
     ASSERT_EQ(fragments.size(), want.size());
     for (const fragment_t& fragment : fragments) {
       const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err);
+      ASSERT_NE(partition, nullptr);
       EXPECT_EQ(fragment.start, partition->_pSeekPoints[0]._wallClockMillis);
       EXPECT_EQ(fragment.end, partition->_pSeekPoints[partition->_seekPointsCount - 1]._wallClockMillis);
     }
@@ -323,7 +324,7 @@ TEST(VrxAppenderTest, FullFileSystem) {
                                             {want.fixed, {}, {sources[1].get(), sources[2].get()}}};
   std::string mismatch = "no prefix of the torn append matches";
   for (size_t frames = 0; frames <= sources[2]->frameEnds.size() && !mismatch.empty(); ++frames) {
-    kept[1].lastFrames = frames;
+    kept[1].sources.back().frames = frames;
     mismatch = Mismatch(sparse, kept, false);
   }
   EXPECT_EQ(mismatch, "");

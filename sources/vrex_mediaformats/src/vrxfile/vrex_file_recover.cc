@@ -138,6 +138,8 @@ int VREXFileRecover::CorrectIssues() {
       return SavePartitionFooter();
     }
     LOGW << "VREXFileRecover::CorrectIssues nothing to salvage at offset " << torn;
+    // A first partition without a frame to keep would leave the file unusable.
+    if (_lastPartitionOffset < 0) return Chop(torn);
   }
   if (_lastPartitionOffset < 0) {
     LOGI << "VREXFileRecover::CorrectIssues OK. No partitions to recover in " << _path;
