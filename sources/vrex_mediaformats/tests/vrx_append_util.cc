@@ -3,7 +3,13 @@
 #include "vrx_append_util.h"
 
 #include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include <cstring>
 #include <fstream>
@@ -15,6 +21,8 @@
 #include "mediaformats/vrx/vrx_packet.h"
 #include "vrxfile/vrex_file_appender.h"
 #include "vrxfile/vrex_file_appender_cache.h"
+
+extern char** environ;
 
 namespace vrex {
 namespace mediaformats {
@@ -144,6 +152,25 @@ std::unique_ptr<source_t> WriteSource(const shape_t& shape) {
   }
   EXPECT_EQ(source->frameEnds.size(), source->recording.frames.size());
   return source;
+}
+
+int RunTool(const std::vector<std::string>& args, long killAfterMicros) {
+  std::vector<char*> argv = {const_cast<char*>(VIDORA_VRX_APPEND_TOOL)};
+  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t pid = 0;
+  EXPECT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  if (killAfterMicros >= 0) {
+    std::this_thread::sleep_for(std::chrono::microseconds(killAfterMicros));
+    kill(pid, SIGKILL);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return status;
 }
 
 long WalkSkipChain(const std::string& path, long from, std::string& error) {

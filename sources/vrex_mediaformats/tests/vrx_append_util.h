@@ -83,6 +83,10 @@ struct expected_partition_t {
 std::string Mismatch(const std::string& path, const std::vector<expected_partition_t>& want,
                      bool exactFooters = true);
 
+// Runs tools/vrx_append with `args` (its output dropped), killing it with SIGKILL after
+// `killAfterMicros` unless that is negative. Returns the wait status.
+int RunTool(const std::vector<std::string>& args, long killAfterMicros = -1);
+
 // The free space the appender finds: the end of the last partition, checked to be one skip
 // chain to the last byte. -1 with `error` set when it is not.
 long WalkSkipChain(const std::string& path, long from, std::string& error);

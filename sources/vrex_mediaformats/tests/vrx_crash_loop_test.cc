@@ -9,7 +9,6 @@
 // VIDORA_CRASH_LOOP_KILLS=N sets the kills of each loop (default 200).
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,8 +21,6 @@
 #include "mediaformats/errors.h"
 #include "vrx_append_util.h"
 #include "vrxfile/vrex_file_recover.h"
-
-extern char** environ;
 
 namespace vrex {
 namespace mediaformats {
@@ -46,22 +43,6 @@ struct stats_t {
 // How a child ends: killed after a delay, killed by itself at a write, or not at all.
 enum class death_t { kDelay, kAtWrite, kNone };
 
-// Runs the child to its end or its death. Returns the wait status.
-int RunChild(const std::vector<std::string>& args, long killAfterMicros) {
-  std::vector<char*> argv;
-  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  EXPECT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
-  if (killAfterMicros >= 0) {
-    std::this_thread::sleep_for(std::chrono::microseconds(killAfterMicros));
-    kill(pid, SIGKILL);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return status;
-}
-
 class CrashLoop {
  public:
   explicit CrashLoop(bool salvage) : _salvage(salvage), _random(salvage ? 7 : 3) {
@@ -71,7 +52,7 @@ class CrashLoop {
   // One child's life and the check after its death. Returns how long the child lived.
   long Round(death_t death, long maxMicros) {
     const bool atWrite = death == death_t::kAtWrite;
-    std::vector<std::string> args = {VIDORA_VRX_APPEND_TOOL};
+    std::vector<std::string> args;
     long delay = -1;
     if (atWrite) {
       args.push_back("--crash-after-write");
@@ -91,7 +72,7 @@ class CrashLoop {
       args.push_back(_sources.back()->file.path());
     }
     const auto start = std::chrono::steady_clock::now();
-    const int status = RunChild(args, delay);
+    const int status = RunTool(args, delay);
     const long lived = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::steady_clock::now() - start).count());
     const bool killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
@@ -99,7 +80,7 @@ class CrashLoop {
     if (killed) {
       ++_stats.kills;
       if (atWrite) ++_stats.atWrite;
-      if (atWrite && args[3] == "--tear") ++_stats.torn;
+      if (atWrite && args[2] == "--tear") ++_stats.torn;
     }
     Check(log.path(), batch);
     return lived;
