@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "abstraction/byte_order.h"
 #include "abstraction/errors.h"
 #include "mediaformats/errors.h"
 #include "scratch_mount.h"
@@ -328,6 +329,163 @@ TEST(VrxAppenderTest, FullFileSystem) {
     mismatch = Mismatch(sparse, kept, false);
   }
   EXPECT_EQ(mismatch, "");
+}
+
+// Copies of wall-clock selections out of two recording files, each row stating which part of
+// which partition must land: seek points [first, end] (end's offset ends the contents; -1:
+// the contents end, with the entries to the last).
+TEST(VrxAppenderTest, CopiesWallClockSelections) {
+  std::vector<std::unique_ptr<source_t>> sources;
+  Destination a(1 << 20), b(1 << 20);
+  const int layout[][2] = {{0, true}, {1, false}, {2, true}, {3, true}, {4, false}};
+  for (const auto& step : layout) {
+    sources.push_back(WriteSource(NumberedShape(step[0])));
+    ASSERT_GT((step[0] < 3 ? a : b).Append(sources.back()->file.path(), step[1]), 0);
+  }
+  internal::VREXFileAppenderCache::Evict(a.id());
+  internal::VREXFileAppenderCache::Evict(b.id());
+  std::vector<std::pair<std::string, partition_t>> partitions;  // A0, A1, B0
+  for (const Destination* file : {&a, &b}) {
+    int err = 0;
+    auto reader = ReaderVREX::Create(nullptr, file->path().c_str(), true, 0, -1, err);
+    while (const partition_t* p = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
+      partitions.push_back({file->path(), *p});
+    }
+  }
+  ASSERT_EQ(partitions.size(), 3u);
+  struct cut_t {
+    int partition;
+    int first, end;
+  };
+  struct row_t {
+    long start, end;  // from the first wall clock
+    std::vector<cut_t> cuts;
+  };
+  const row_t rows[] = {
+      {0, 20000, {{0, 0, -1}, {1, 0, -1}, {2, 0, -1}}},   // all whole
+      {4100, 4600, {{0, 2, -1}}},                         // within one partition, to its end
+      {100, 4200, {{0, 0, 3}}},                           // within one, cut before a key frame
+      {4200, 12200, {{0, 2, -1}, {1, 0, -1}, {2, 0, 1}}}, // tail, whole, head
+      {8000, 8000, {{1, 0, 1}}},
+      {9500, 11000, {}},                                  // between partitions: nothing
+  };
+  const long base = NumberedShape(0).wallClockBase;
+  for (const row_t& row : rows) {
+    SCOPED_TRACE(std::to_string(row.start) + ".." + std::to_string(row.end));
+    Destination dst(1 << 20);
+    int err = 0;
+    auto appender = VREXFileAppender::Create(dst.id(), err);
+    const long required = appender->Append({a.path(), b.path()}, base + row.start, base + row.end);
+    appender.reset();
+    Bytes contents;
+    std::vector<seek_point_t> points;  // offsets from the destination's contents start
+    std::vector<frame_record_t> frames;
+    for (const cut_t& cut : row.cuts) {
+      const partition_t& p = partitions[cut.partition].second;
+      const long from = cut.first == 0 && cut.end == -1 ? p._contents._offset : p._pSeekPoints[cut.first]._offset;
+      const long to = cut.end == -1 ? p._contents._offset + p._contents._size : p._pSeekPoints[cut.end]._offset;
+      const unsigned long last = cut.end == -1 ? p._seekPointsCount - 1 : cut.end;
+      for (unsigned long i = cut.first; i <= last; ++i) {
+        points.push_back({p._pSeekPoints[i]._offset - from + static_cast<long>(contents.size()),
+                          p._pSeekPoints[i]._wallClockMillis});
+      }
+      const Bytes file = ReadFileBytes(partitions[cut.partition].first);
+      contents.insert(contents.end(), file.begin() + from, file.begin() + to);
+      auto reader = ReaderVREX::Create(nullptr, partitions[cut.partition].first.c_str(), true, from, to - from, err);
+      const std::vector<frame_record_t> part = ReadAll(*reader, err);
+      frames.insert(frames.end(), part.begin(), part.end());
+    }
+    if (row.cuts.empty()) {
+      EXPECT_EQ(required, 0);
+      EXPECT_EQ(UsedBytes(dst.path()), 0);
+      continue;
+    }
+    auto reader = ReaderVREX::Create(nullptr, dst.path().c_str(), true, 0, -1, err);
+    const partition_t* read = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err);
+    ASSERT_NE(read, nullptr);
+    const partition_t copyOf = *read;
+    const partition_t* copy = &copyOf;
+    EXPECT_EQ(required, copy->_size);
+    EXPECT_EQ(Bytes(12, 0), Bytes(copy->_fixedMetadata, copy->_fixedMetadata + 12));
+    const Bytes file = ReadFileBytes(dst.path());
+    EXPECT_EQ(Bytes(file.begin() + copy->_contents._offset,
+                    file.begin() + copy->_contents._offset + copy->_contents._size), contents);
+    ASSERT_EQ(copy->_seekPointsCount, points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+      EXPECT_EQ(copy->_pSeekPoints[i]._offset, points[i]._offset + copy->_contents._offset) << i;
+      EXPECT_EQ(copy->_pSeekPoints[i]._wallClockMillis, points[i]._wallClockMillis) << i;
+    }
+    EXPECT_EQ(reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err), nullptr);
+    reader = ReaderVREX::Create(nullptr, dst.path().c_str(), true, 0, -1, err);
+    ExpectFrames(ReadAll(*reader, err), frames, "frames of the copy");
+    std::string error;
+    EXPECT_EQ(WalkSkipChain(dst.path(), copy->_offset + copy->_size, error), copy->_offset + copy->_size) << error;
+  }
+  // The space test looks at the destination's tail partition, which here outgrows a small
+  // selection: refused, as it always was, and the file is left alone.
+  Destination big(1 << 20);
+  for (int n = 0; n < 4; ++n) ASSERT_GT(big.Append(sources[n]->file.path(), false), 0);
+  const Bytes before = ReadFileBytes(big.path());
+  int err = 0;
+  auto appender = VREXFileAppender::Create(big.id(), err);
+  EXPECT_EQ(appender->Append({a.path()}, base + 8000, base + 8000), ERR_MEDIAFORMATS_NOT_ENOUGH_SPACE);
+  EXPECT_EQ(ReadFileBytes(big.path()), before);
+}
+
+// Skip packets over ranges up to past 4 GiB, on sparse files: only headers and trailers are
+// written, so the payload keeps its bytes unless zeroing is asked for.
+TEST(VrxAppenderTest, LaysSkipPackets) {
+  struct row_t {
+    long fileSize, position, offset, length;
+    bool zero;
+    int result;
+    std::vector<long> payloads;  // of the packets laid, from the range's start
+  };
+  const long k4G = 0x100000000L;
+  const row_t rows[] = {
+      {4096, 0, 0, 4096, false, 0, {4096 - 16}},
+      {4096, 0, 1024, -1, true, 0, {3072 - 16}},
+      {4096, 2048, -1, -1, false, 0, {2048 - 16}},
+      {4096, 0, 4080, 16, false, 0, {0}},
+      {k4G, 0, 0, -1, false, 0, {k4G - 16}},
+      {k4G + 8, 0, 0, -1, false, 0, {k4G + 8 - 32, 0}},
+      {k4G + 16, 0, 0, -1, false, 0, {k4G - 16, 0}},
+      {2 * k4G + 64, 0, 0, -1, false, 0, {k4G - 16, k4G - 16, 64 - 16}},
+      {4096, 0, 0, 0, false, 0, {}},
+      {4096, 0, 2, 16, false, ERR_MEDIAFORMATS_INCORRECT_PARAMETERS, {}},
+      {4096, 0, 0, 18, false, ERR_MEDIAFORMATS_INCORRECT_PARAMETERS, {}},
+      {4096, 0, 4000, 100, false, ERR_MEDIAFORMATS_INCORRECT_PARAMETERS, {}},
+      {4096, 0, 5000, -1, false, ERR_MEDIAFORMATS_INCORRECT_PARAMETERS, {}},
+      {4096, 0, 0, 12, false, ERR_MEDIAFORMATS_INVALID_FILE_SIZE, {}},
+  };
+  for (const row_t& row : rows) {
+    SCOPED_TRACE(std::to_string(row.fileSize) + " " + std::to_string(row.offset) + "+" + std::to_string(row.length));
+    TempFile file;
+    const int fd = open(file.path().c_str(), O_RDWR);
+    ASSERT_EQ(ftruncate(fd, row.fileSize), 0);
+    const long start = row.offset < 0 ? row.position : row.offset;
+    const unsigned char old[4] = {0xEE, 0xEE, 0xEE, 0xEE};
+    if (start + 24 <= row.fileSize) {
+      ASSERT_EQ(pwrite(fd, old, 4, start + 20), 4);  // in the first payload
+    }
+    lseek(fd, row.position, SEEK_SET);
+    EXPECT_EQ(VREXFileAppender::AddSkipPackets(fd, row.offset, row.length, row.zero), row.result);
+    long at = start;
+    for (const long payload : row.payloads) {
+      unsigned char header[12], trailer[4];
+      ASSERT_EQ(pread(fd, header, 12, at), 12);
+      ASSERT_EQ(pread(fd, trailer, 4, at + 12 + payload), 4);
+      EXPECT_EQ(Bytes(header, header + 8), Bytes(kSkipPacketHeader, kSkipPacketHeader + 8));
+      EXPECT_EQ(abstraction::LoadBE32(header + 8), payload);
+      EXPECT_EQ(abstraction::LoadBE32(trailer), payload + 12);
+      at += payload + 16;
+    }
+    unsigned char kept[4];
+    if (!row.payloads.empty() && row.payloads[0] >= 12 && pread(fd, kept, 4, start + 20) == 4) {
+      EXPECT_EQ(kept[0], row.zero ? 0 : 0xEE) << "the payload is left alone unless zeroed";
+    }
+    close(fd);
+  }
 }
 
 }  // namespace
