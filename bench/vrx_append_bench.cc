@@ -2,7 +2,7 @@
 //   Create/*       a 4 GiB managed file (fallocate and the skip chain) against fallocate alone;
 //   Append/*       a one-minute temporary file of 1080p-sized H.264 (about 30 MB, written by
 //                  WriterVREX) appended into a 4 GiB file, against `cp` of the same file;
-//   FirstAppend/*  a 2-second append to a 4 GiB file of 10,000 partitions through a new
+//   FirstAppend/*  a 1-second append to a 4 GiB file of 10,000 partitions through a new
 //                  appender (cold: the file's tail is worked out again) against the cached one.
 // Files live in /tmp and are removed at exit. Run with --benchmark_repetitions=3 for medians.
 #include <fcntl.h>
@@ -19,6 +19,7 @@
 #include "abstraction/fastfileoperations.h"
 #include "abstraction/filelock.h"
 #include "bench_ratio.h"
+#include "mediaformats/errors.h"
 #include "mediaformats/vrx/writer_vrex.h"
 #include "vrxfile/vrex_file_appender.h"
 #include "vrxfile/vrex_file_appender_cache.h"
@@ -58,7 +59,7 @@ class FileSink : public WriterVREX::Observer {
 
 // A temporary file as a camera leaves it: `frames` of 30 fps video, a key frame with its
 // sync node every 2 s, with AAC frames between, in one partition. At full `scale` (1.0) about
-// 8 Mbit/s, like 1080p H.264: key frames near 250 KB, others near 30 KB.
+// 4 Mbit/s, like 1080p H.264: key frames near 120 KB, others near 16 KB.
 std::string WriteTemporary(const char* name, long frames, long startMillis, double scale) {
   const std::string path = ScratchPath(name);
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -70,8 +71,8 @@ std::string WriteTemporary(const char* name, long frames, long startMillis, doub
   std::mt19937 random(static_cast<unsigned>(frames));
   std::vector<unsigned char> payload(400 * 1024);
   for (unsigned char& byte : payload) byte = static_cast<unsigned char>(random());
-  std::uniform_int_distribution<size_t> delta(26000 * scale, 36000 * scale);
-  std::uniform_int_distribution<size_t> keySize(220000 * scale, 280000 * scale);
+  std::uniform_int_distribution<size_t> delta(12000 * scale, 20000 * scale);
+  std::uniform_int_distribution<size_t> keySize(100000 * scale, 140000 * scale);
   vrex::media::clock_sync_t sync;
   for (long frame = 0; frame < frames; ++frame) {
     const long dts = frame * 3000;
@@ -110,15 +111,20 @@ void Evict(const std::string& path) {
   VREXFileAppenderCache::Evict(id);
 }
 
+// Removes `path` outside the measured time.
+void RemoveUntimed(benchmark::State& state, const std::string& path) {
+  state.PauseTiming();
+  unlink(path.c_str());
+  state.ResumeTiming();
+}
+
 void BM_Create_fallocate(benchmark::State& state) {
   const std::string path = ScratchPath("fallocate.vrx");
   for (auto _ : state) {
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
     if (fallocate(fd, 0, 0, k4GiB) != 0) state.SkipWithError("fallocate");
     close(fd);
-    state.PauseTiming();
-    unlink(path.c_str());
-    state.ResumeTiming();
+    RemoveUntimed(state, path);
   }
 }
 BENCHMARK(BM_Create_fallocate)->Name("Create/fallocate")->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -127,9 +133,7 @@ void BM_Create_Managed(benchmark::State& state) {
   const std::string path = ScratchPath("created.vrx");
   for (auto _ : state) {
     CreateManaged(path, k4GiB);
-    state.PauseTiming();
-    unlink(path.c_str());
-    state.ResumeTiming();
+    RemoveUntimed(state, path);
   }
 }
 BENCHMARK(BM_Create_Managed)->Name("Create/managed file")->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -149,9 +153,7 @@ void BM_Append_cp(benchmark::State& state) {
         waitpid(pid, &status, 0) != pid || status != 0) {
       state.SkipWithError("cp");
     }
-    state.PauseTiming();
-    unlink(copy.c_str());
-    state.ResumeTiming();
+    RemoveUntimed(state, copy);
   }
 }
 BENCHMARK(BM_Append_cp)->Name("Append/cp")->Unit(benchmark::kMillisecond)->UseRealTime();

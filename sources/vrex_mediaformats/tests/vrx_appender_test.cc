@@ -485,6 +485,18 @@ TEST(VrxAppenderTest, LaysSkipPackets) {
       EXPECT_EQ(kept[0], row.zero ? 0 : 0xEE) << "the payload is left alone unless zeroed";
     }
     close(fd);
+    if (row.offset == 0 && row.length == -1) {
+      // The appender finds the same packets backward from the end: all of the file is free.
+      abstraction::file_id_t id;
+      ASSERT_EQ(id.Init(file.path()), 0);
+      int err = 0;
+      auto appender = VREXFileAppender::Create(id, err);
+      ASSERT_NE(appender, nullptr);
+      EXPECT_EQ(appender->FreeSpace()._offset, 0);
+      EXPECT_EQ(appender->FreeSpace()._size, row.fileSize);
+      appender.reset();
+      internal::VREXFileAppenderCache::Evict(id);
+    }
   }
 }
 

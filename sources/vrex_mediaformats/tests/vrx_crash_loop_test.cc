@@ -27,7 +27,6 @@ namespace mediaformats {
 namespace {
 
 using namespace vrx_testing;
-using internal::last_partition_info_t;
 using internal::VREXFileRecover;
 
 constexpr long kFileSize = 256 * 1024;
@@ -116,7 +115,7 @@ class CrashLoop {
       }
     }
     const Bytes before = ReadFileBytes(_dst.path());
-    last_partition_info_t info;
+    internal::last_partition_info_t info;
     const int recovered = VREXFileRecover(_dst.path(), &info, _salvage).Recover();
     const bool growth = inFlight != nullptr && !inFlightNew && !_model.empty();
     if (!_salvage && recovered == ERR_MEDIAFORMATS_DELETE_OFFSET &&

@@ -43,7 +43,8 @@ VREXFileAppender::~VREXFileAppender() {
 
 std::shared_ptr<VREXFileAppender> VREXFileAppender::Create(const file_id_t& id, int& err) {
   std::shared_ptr<VREXFileAppender> appender = VREXFileAppenderCache::Find(id, err);
-  if (err < 0 || appender) return err < 0 ? nullptr : appender;
+  if (err < 0) return nullptr;
+  if (appender) return appender;
   appender.reset(new VREXFileAppender(id));
   err = appender->Initialize();
   if (err >= 0) err = VREXFileAppenderCache::PutAndLock(appender);
@@ -95,17 +96,19 @@ int VREXFileAppender::GetFreeSpaceBounds() {
   }
   long& offset = _freeSpaceBounds._offset;
   while (offset >= 4) {
-    uint32_t packetSize = 0;
-    VREX_CHECK(ReadBE32At(_fd, offset - 4, packetSize));
-    if (packetSize % 4 != 0 || packetSize < 8 || packetSize + 4L > offset) {
-      LOGE << "<-# VREXFileAppender::GetFreeSpaceBounds FAILED! packetSize=" << packetSize
+    uint32_t trailer = 0;
+    VREX_CHECK(ReadBE32At(_fd, offset - 4, trailer));
+    // A full skip packet's trailer is 0xFFFFFFFC: its size needs more than 32 bits.
+    const long packetSize = static_cast<long>(trailer) + 4;
+    if (trailer % 4 != 0 || trailer < 8 || packetSize > offset) {
+      LOGE << "<-# VREXFileAppender::GetFreeSpaceBounds FAILED! packetSize=" << trailer
            << " at offset " << offset - 4;
       return VREX_ERROR(ERR_MEDIAFORMATS_INCORRECT_VRX_CONTENT);
     }
     unsigned char header[sizeof kSkipPacketHeader];
-    VREX_CHECK(ReadAt(_fd, offset - packetSize - 4, header, sizeof header));
+    VREX_CHECK(ReadAt(_fd, offset - packetSize, header, sizeof header));
     if (memcmp(header, kSkipPacketHeader, sizeof header) != 0) break;
-    offset -= packetSize + 4;
+    offset -= packetSize;
     _freeSpaceBounds._size = size - offset;
   }
   return 0;

@@ -311,6 +311,8 @@ int VREXFileRecover::SignalPacket(unsigned short tid, VREXPayloadType, abstracti
                                   long offset, long size, bool, bool) {
   if (!_salvaging) return 0;
   if (tid == VRX_TID_PARTITION_HEADER || tid == VRX_TID_PARTITION_FOOTER) return 1;
+  _afterHole = _inHole;
+  _inHole = tid == VRX_TID_SKIP;
   // Our writer ends every packet with its size: a packet whose last word is not that was
   // not all written.
   unsigned char trailer[4];
@@ -323,8 +325,9 @@ int VREXFileRecover::SignalPacket(unsigned short tid, VREXPayloadType, abstracti
 
 int VREXFileRecover::SignalPacketsLoss(unsigned short, VREXPayloadType, long, unsigned short,
                                        unsigned short, unsigned short got) {
-  // While salvaging, a track goes on with its next packet or starts over with the next source.
-  return _salvaging && got != 1 ? 1 : 0;
+  // While salvaging, a track goes on with its next packet, starts over with the next source,
+  // or jumps over a hole that a delete left.
+  return _salvaging && got != 1 && !_afterHole ? 1 : 0;
 }
 
 }  // namespace internal

@@ -15,7 +15,12 @@
 // Salvage, asked for at construction, goes one step further where the walk stopped at a
 // partition whose header is intact (the tail partition of a growth torn by a crash, most
 // often): it keeps that partition's complete frames, read from its header on, and writes it
-// a fresh footer, contents length and chain, instead of dropping it.
+// a fresh footer, contents length and chain, instead of dropping it. It keeps only what it can
+// vouch for: the walk stops at the next descriptor, at a packet whose trailer did not reach
+// the disk, at a track whose sequence neither goes on nor starts over at 1 (after a hole left
+// by a delete it may jump), and at a sync node that moves the wall clock back, since past a
+// torn write the bytes are leftovers of older recordings. Partitions behind it are lost as
+// without salvage; a first partition with nothing to keep is given back to free space.
 //
 // Threads: one object does one run on one thread, with the file reserved in
 // VREXFileAppenderCache and held under the caller's exclusive locks.
@@ -102,6 +107,8 @@ class VREXFileRecover : public ReaderVREX::Observer, public WriterVREX::Observer
   int _walkError = 0;
   const bool _salvage;
   bool _salvaging = false;
+  bool _inHole = false;     // while salvaging: the packet being read is a skip packet
+  bool _afterHole = false;  // the one before it was
 };
 
 }  // namespace internal
