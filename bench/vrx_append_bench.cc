@@ -221,5 +221,5 @@ BENCHMARK(BM_FirstAppend_Cold)->Name("FirstAppend/cold")->Unit(benchmark::kMicro
 
 int main(int argc, char** argv) {
   return vidora_bench::RunWithRatios(
-      argc, argv, {"Create/fallocate/real_time", "Append/cp/real_time", "FirstAppend/warm/real_time"});
+      argc, argv, {"Create/fallocate/real_time", "Append/cp/real_time", "FirstAppend/warm/iterations:300/real_time"});
 }
