@@ -16,11 +16,12 @@ namespace vidora_bench {
 
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
-  // `baseline`: the name of the benchmark the others are compared with.
+  // `baselines`: the names of the benchmarks the others are compared with. A benchmark named
+  // "Group/..." is compared with the baseline of its group, any other with the first one.
   // Colours only on a terminal, so the text can go into a file or a document.
-  explicit RatioReporter(std::string baseline)
+  explicit RatioReporter(std::vector<std::string> baselines)
       : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular),
-        _baseline(std::move(baseline)) {}
+        _baselines(std::move(baselines)) {}
 
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
@@ -33,16 +34,16 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    const times_t* baseline = nullptr;
-    for (const times_t& entry : _times) {
-      if (entry.name == _baseline) baseline = &entry;
-    }
-    if (baseline == nullptr || baseline->real <= 0 || baseline->cpu <= 0) return;
-    printf("\nTime per iteration as a multiple of %s (same run):\n", _baseline.c_str());
-    printf("  %-48s %9s %9s\n", "", "real", "cpu");
-    for (const times_t& entry : _times) {
-      printf("  %-48s %8.3fx %8.3fx\n", entry.name.c_str(), entry.real / baseline->real,
-             entry.cpu / baseline->cpu);
+    for (const std::string& name : _baselines) {
+      const times_t* baseline = Find(name);
+      if (baseline == nullptr || baseline->real <= 0 || baseline->cpu <= 0) continue;
+      printf("\nTime per iteration as a multiple of %s (same run):\n", name.c_str());
+      printf("  %-48s %9s %9s\n", "", "real", "cpu");
+      for (const times_t& entry : _times) {
+        if (BaselineOf(entry.name) != name) continue;
+        printf("  %-48s %8.3fx %8.3fx\n", entry.name.c_str(), entry.real / baseline->real,
+               entry.cpu / baseline->cpu);
+      }
     }
   }
 
@@ -64,18 +65,38 @@ class RatioReporter : public benchmark::ConsoleReporter {
     _times.push_back(times);
   }
 
-  std::string _baseline;
+  const times_t* Find(const std::string& name) const {
+    for (const times_t& entry : _times) {
+      if (entry.name == name) return &entry;
+    }
+    return nullptr;
+  }
+
+  static std::string GroupOf(const std::string& name) { return name.substr(0, name.find('/')); }
+
+  const std::string& BaselineOf(const std::string& name) const {
+    for (const std::string& baseline : _baselines) {
+      if (name.find('/') != std::string::npos && GroupOf(baseline) == GroupOf(name)) return baseline;
+    }
+    return _baselines.front();
+  }
+
+  std::vector<std::string> _baselines;
   std::vector<times_t> _times;
 };
 
 // The body of main(): runs the registered benchmarks with the ratio reporter.
-inline int RunWithRatios(int argc, char** argv, const char* baseline) {
+inline int RunWithRatios(int argc, char** argv, std::vector<std::string> baselines) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter(baseline);
+  RatioReporter reporter(std::move(baselines));
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;
+}
+
+inline int RunWithRatios(int argc, char** argv, const char* baseline) {
+  return RunWithRatios(argc, argv, std::vector<std::string>{baseline});
 }
 
 }  // namespace vidora_bench

@@ -27,6 +27,8 @@ struct shape_t {
   long wallClockBase = 1763800000000;
   int firstFrame = 0;            // of the 90 video frames
   int frameCount = 90;
+  bool partitioned = true;       // a WriterVREX partition, else bare packets
+  bool audioBeforeSync = false;  // each frame's audio before it: the first audio has no sync
 };
 
 // A frame as a reader returns it, or should.
@@ -45,6 +47,7 @@ struct recording_t {
   Bytes bytes;                           // one partition as WriterVREX emitted it
   std::vector<frame_record_t> frames;  // in file order
   std::vector<long> keyWallClocks;       // of the video key frames with a sync node
+  media::clock_sync_t lastSync;          // the last sync node written
 };
 
 // Writes video frames [firstFrame, firstFrame + frameCount) with the audio frames of the same
@@ -58,7 +61,7 @@ inline recording_t MakeRecording(const shape_t& shape) {
   auto writer = WriterVREX::Create(shape.fragmentLimit, &sink, err);
   WriterVREX::partition_info_t info;
   for (int i = 0; i < 12; ++i) info.fixedMetadata[i] = static_cast<unsigned char>(i + 1);
-  writer->OpenPartition(&info);
+  if (shape.partitioned) writer->OpenPartition(&info);
   media::clock_sync_t sync;
   auto writeSync = [&](int64_t dts, long wallClock) {
     sync.sc = media::timestamp_t(dts, shape.videoRate);
@@ -66,21 +69,9 @@ inline recording_t MakeRecording(const shape_t& shape) {
     EXPECT_GT(writer->WriteClockSync(sync), 0);
   };
   size_t nextAudio = 0;
-  const int end = std::min<int>(shape.firstFrame + shape.frameCount, video.size());
-  for (int i = shape.firstFrame; i < end; ++i) {
-    const long millis = (i - shape.firstFrame) * 1000L / 30;
-    const int64_t dts = shape.dtsBase + media::rescale(i * 3000L, 90000, shape.videoRate);
-    const uint32_t cts = shape.withCts ? static_cast<uint32_t>(media::rescale((i % 3) * 3000, 90000, shape.videoRate)) : 0;
-    const fixture_frame_t& frame = video[i];
-    if (i == shape.firstFrame || (frame.key && shape.syncBeforeKey)) writeSync(dts, shape.wallClockBase + millis);
-    EXPECT_GT(writer->WriteVideoData(frame.bytes.data(), frame.bytes.size(),
-                                     media::dts_cts_t(dts, shape.videoRate, cts), frame.key), 0);
-    const long wallClock = sync.ComputeWallClock(media::timestamp_t(dts, shape.videoRate), 1000);
-    out.frames.push_back({VRX_TID_H264_AVCC, frame.key, dts, cts, shape.videoRate, wallClock, frame.bytes, -1});
-    if (frame.key) out.keyWallClocks.push_back(wallClock);
-    // Audio up to this video frame's time.
-    while (nextAudio < audio.size() &&
-           audio[nextAudio].dts * 1000 / 8000 <= (i + 1) * 1000L / 30) {
+  // Audio up to the time of video frame `next`.
+  auto writeAudio = [&](int next) {
+    while (nextAudio < audio.size() && audio[nextAudio].dts * 1000 / 8000 <= next * 1000L / 30) {
       const fixture_frame_t& sound = audio[nextAudio++];
       if (sound.dts * 1000 / 8000 < shape.firstFrame * 1000L / 30) continue;
       const int64_t adts = shape.dtsBase + media::rescale(sound.dts, 8000, shape.audioRate);
@@ -90,8 +81,26 @@ inline recording_t MakeRecording(const shape_t& shape) {
                             sync.ComputeWallClock(media::timestamp_t(adts, shape.audioRate), 1000),
                             sound.bytes, -1});
     }
+  };
+  const int end = std::min<int>(shape.firstFrame + shape.frameCount, video.size());
+  for (int i = shape.firstFrame; i < end; ++i) {
+    const long millis = (i - shape.firstFrame) * 1000L / 30;
+    const int64_t dts = shape.dtsBase + media::rescale(i * 3000L, 90000, shape.videoRate);
+    const uint32_t cts = shape.withCts ? static_cast<uint32_t>(media::rescale((i % 3) * 3000, 90000, shape.videoRate)) : 0;
+    const fixture_frame_t& frame = video[i];
+    if (shape.audioBeforeSync) writeAudio(i + 1);
+    if (i == shape.firstFrame || (frame.key && shape.syncBeforeKey)) writeSync(dts, shape.wallClockBase + millis);
+    EXPECT_GT(writer->WriteVideoData(frame.bytes.data(), frame.bytes.size(),
+                                     media::dts_cts_t(dts, shape.videoRate, cts), frame.key), 0);
+    const long wallClock = sync.ComputeWallClock(media::timestamp_t(dts, shape.videoRate), 1000);
+    out.frames.push_back({VRX_TID_H264_AVCC, frame.key, dts, cts, shape.videoRate, wallClock, frame.bytes, -1});
+    if (frame.key) out.keyWallClocks.push_back(wallClock);
+    if (!shape.audioBeforeSync) writeAudio(i + 1);
   }
-  EXPECT_GT(writer->ClosePartition(), 0);
+  if (shape.partitioned) {
+    EXPECT_GT(writer->ClosePartition(), 0);
+  }
+  out.lastSync = sync;
   out.bytes = sink.bytes;
   return out;
 }
