@@ -231,6 +231,7 @@ int OperationProcessMedia::ReadForward(IOBuffer& buffer, unsigned long minBytes,
     return -1;
   }
   auto lockedAt = std::chrono::steady_clock::now();
+  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
@@ -291,6 +292,7 @@ int OperationProcessMedia::ReadIDRBackward(IOBuffer& buffer, unsigned long minBy
     return -1;
   }
   auto lockedAt = std::chrono::steady_clock::now();
+  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
@@ -326,6 +328,7 @@ int OperationProcessMedia::ReadGOPBackward(IOBuffer& buffer, unsigned long minBy
     return -1;
   }
   auto lockedAt = std::chrono::steady_clock::now();
+  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
