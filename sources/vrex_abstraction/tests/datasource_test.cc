@@ -1,13 +1,18 @@
-// DataSource: the cursor rule, short reads, growth steps, Optimize, and files read as one.
+// DataSource: the cursor rule, short reads, growth steps, Optimize, files read as one, and
+// the file kinds' read-ahead against the bytes of the files.
 #include "abstraction/datasource.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <numeric>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -37,6 +42,12 @@ class TempFile {
   }
   ~TempFile() { unlink(_path.c_str()); }
   const std::string& path() const { return _path; }
+  // Rewrites the file in place (same inode, as another writer would).
+  void Write(const std::vector<unsigned char>& bytes) const {
+    const int fd = open(_path.c_str(), O_WRONLY | O_TRUNC);
+    EXPECT_EQ(write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    close(fd);
+  }
 
  private:
   std::string _path;
@@ -66,6 +77,9 @@ TEST(DataSourceTest, CursorClampsOnEveryKind) {
     EXPECT_EQ(source->Available(), 0);
     EXPECT_EQ(source->Cursor(10), 10);
     EXPECT_EQ(source->Available(), size - 10);
+    EXPECT_EQ(source->DropReadAhead(), 0);  // nothing changed: nothing moves
+    EXPECT_EQ(source->Size(), size);
+    EXPECT_EQ(source->Cursor(), 10);
   }
 }
 
@@ -211,8 +225,9 @@ TEST(DataSourceTest, FileReadsFailShortAndKeepTheCursor) {
   EXPECT_EQ(source->Cursor(), 90);
   EXPECT_EQ(source->AppendBufferNonBlocking(out, 1), ERR_ABSTRACTION_PUT_NOT_SUPPORTED);
 
-  // Truncated after opening: the size stays, a read at the old end fails and keeps the cursor;
-  // a change of the bytes is seen at once.
+  // Truncated after opening, before anything was read ahead: the size stays, a read at the
+  // old end fails and keeps the cursor.
+  source.reset(DataSource::GetInstance(file.path().c_str(), err));
   ASSERT_EQ(truncate(file.path().c_str(), 60), 0);
   EXPECT_EQ(source->Size(), 100);
   source->Cursor(56);
@@ -268,6 +283,130 @@ TEST(DataSourceTest, MultiFileLeavesOutEmptyFilesAndReadsAcrossSeams) {
   ASSERT_NE(allEmpty, nullptr);
   EXPECT_EQ(allEmpty->Size(), 0);
   EXPECT_EQ(allEmpty->ReadBuffer(out, 0), 0);
+}
+
+// Random bytes: a read from the wrong offset shows as wrong bytes, which a counting pattern
+// could repeat.
+std::vector<unsigned char> RandomBytes(size_t size, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<unsigned char> bytes(size);
+  for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random());
+  return bytes;
+}
+
+// A walk of seeks, reads, peeks and integer reads with a fixed seed, each checked against the
+// bytes, on the file and on the same bytes split over three files (the middle one empty).
+// Counts and positions straddle the read-ahead edges (pages, the first and the largest fill)
+// and the seam; then small steps walk off the end. VIDORA_LONG_TESTS=1 walks 50 times longer.
+TEST(DataSourceReadAheadTest, EveryReadPatternGivesTheFileBytes) {
+  const std::vector<unsigned char> bytes = RandomBytes(1200007, 1);
+  const long size = static_cast<long>(bytes.size()), seam = 262149;
+  TempFile whole(bytes), first({bytes.begin(), bytes.begin() + seam}), empty({}),
+      last({bytes.begin() + seam, bytes.end()});
+  int err = 0;
+  SourcePtr sources[] = {
+      SourcePtr(DataSource::GetInstance(whole.path().c_str(), err)),
+      SourcePtr(DataSource::GetInstance({first.path(), empty.path(), last.path()}, err))};
+  const long counts[] = {0, 1, 2, 3, 4, 7, 8, 31, 4095, 4096, 4097, 16383, 16385,
+                         65535, 65536, 65537, 262143, 262144, 262145, 300001};
+  const long edges[] = {4096, 16384, 65536, 262144, seam, 524288, size};
+  const int steps = getenv("VIDORA_LONG_TESTS") != nullptr ? 200000 : 4000;
+  std::vector<unsigned char> out(300001);
+  for (SourcePtr& source : sources) {
+    std::mt19937 random(7);
+    long cursor = 0;
+    for (int step = 0; step < steps; ++step) {
+      const long count = counts[random() % (sizeof(counts) / sizeof(counts[0]))];
+      const long near = cursor + static_cast<long>(random() % 600001) - 300000;  // either way
+      const long edge = edges[random() % (sizeof(edges) / sizeof(edges[0]))] - random() % 9;
+      const long at = random() % 2 ? near : edge;
+      const int op = random() % 4;
+      if (op == 0) {  // a seek, past either end too
+        cursor = std::max(0L, std::min(at, size));
+        ASSERT_EQ(source->Cursor(at), cursor) << step;
+      } else if (op < 3) {  // a read at the cursor, or a peek at `at`
+        const long offset = op == 1 ? cursor : at;
+        const bool fits = offset >= 0 && offset <= size && count <= size - offset;
+        const bool done = op == 1 ? source->ReadBuffer(out.data(), count) == count
+                                  : source->PeekBuffer(out.data(), at, count, err) != nullptr;
+        ASSERT_EQ(done, fits) << step << ": " << count << " at " << offset;
+        ASSERT_TRUE(!fits || memcmp(out.data(), &bytes[offset], count) == 0) << step;
+        if (fits && op == 1) cursor += count;
+        ASSERT_EQ(source->Cursor(), cursor) << step;
+      } else {  // a big-endian integer across an edge
+        const long width = 1L << (random() % 4);
+        cursor = source->Cursor(edge - random() % width);
+        if (source->Available() < width) continue;
+        uint64_t want = 0;
+        for (long i = 0; i < width; ++i) want = want << 8 | bytes[cursor + i];
+        cursor += width;
+        ASSERT_EQ(width == 1   ? source->ReadUInt8()
+                  : width == 2 ? source->ReadUInt16()
+                  : width == 4 ? source->ReadUInt32()
+                               : source->ReadUInt64(), want) << step;
+      }
+    }
+    for (const long step : {1L, 7L, 1000L, 4095L}) {
+      for (cursor = source->Cursor(size - 20000 - step / 2); cursor + step <= size; cursor += step) {
+        ASSERT_EQ(source->ReadBuffer(out.data(), step), step) << cursor;
+        ASSERT_EQ(memcmp(out.data(), &bytes[cursor], step), 0) << cursor << " step " << step;
+      }
+      EXPECT_LT(source->ReadBuffer(out.data(), step), 0) << step;
+      EXPECT_EQ(source->Cursor(), cursor) << step;
+    }
+  }
+}
+
+// Another writer rewrites a file that the source has read ahead, to a new length. The source
+// answers from what it holds until DropReadAhead; after the drop it reads the files as they
+// are now, a multi-file source with its base offsets moved.
+TEST(DataSourceReadAheadTest, DropReadAheadSeesAnotherWritersChanges) {
+  struct row_t {
+    bool multi;
+    size_t changed;  // which file
+    long newLength;  // of that file
+  };
+  const row_t rows[] = {{false, 0, 400000}, {false, 0, 20000}, {true, 0, 90000},
+                        {true, 2, 300000}, {true, 1, 0}, {true, 0, 0}};
+  for (const row_t& row : rows) {
+    const std::string what = std::to_string(row.changed) + " to " + std::to_string(row.newLength);
+    std::vector<std::vector<unsigned char>> pieces = {RandomBytes(40000, 2), RandomBytes(60000, 3),
+                                                      RandomBytes(30000, 5)};
+    pieces.resize(row.multi ? 3 : 1);
+    std::vector<std::unique_ptr<TempFile>> files;
+    std::vector<std::string> paths;
+    long before = 0, at = 19000;  // `at`: 19,000 bytes into the file that changes
+    for (size_t i = 0; i < pieces.size(); ++i) {
+      files.emplace_back(new TempFile(pieces[i]));
+      paths.push_back(files.back()->path());
+      if (i < row.changed) at += static_cast<long>(pieces[i].size());
+      before += static_cast<long>(pieces[i].size());
+    }
+    int err = 0;
+    SourcePtr source(row.multi ? DataSource::GetInstance(paths, err)
+                               : DataSource::GetInstance(paths[0].c_str(), err));
+    std::vector<unsigned char> held(1000), out(before + 400000);
+    for (long from = at - 19000; from <= at; from += 1000) {  // a walk: read ahead from 16 KiB on
+      ASSERT_NE(source->PeekBuffer(held.data(), from, 1000, err), nullptr) << what;
+    }
+    source->Cursor(before);
+    pieces[row.changed] = RandomBytes(row.newLength, 4);
+    files[row.changed]->Write(pieces[row.changed]);
+    ASSERT_NE(source->PeekBuffer(out.data(), at, 1000, err), nullptr) << what;
+    EXPECT_EQ(std::vector<unsigned char>(out.begin(), out.begin() + 1000), held) << what;
+    EXPECT_EQ(source->Size(), before) << what;
+
+    EXPECT_EQ(source->DropReadAhead(), 0) << what;
+    std::vector<unsigned char> after;
+    for (const auto& piece : pieces) after.insert(after.end(), piece.begin(), piece.end());
+    const long size = static_cast<long>(after.size());
+    EXPECT_EQ(source->Size(), size) << what;
+    EXPECT_EQ(source->Cursor(), std::min(before, size)) << what;
+    for (const long from : {std::min(at, size - 1000), 0L, size - 1000}) {  // held, first, moved
+      ASSERT_NE(source->PeekBuffer(out.data(), from, size - from, err), nullptr) << what;
+      EXPECT_EQ(memcmp(out.data(), &after[from], size - from), 0) << what << " from " << from;
+    }
+  }
 }
 
 TEST(DataSourceDeathTest, IntegerReadPastTheEndIsFatal) {

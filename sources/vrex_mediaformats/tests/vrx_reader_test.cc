@@ -354,6 +354,65 @@ TEST(ReaderVrexStopAtFooterTest, EndsOnTheFooterOfAGrowingFile) {
   EXPECT_EQ(plain->GetCurrentRawOffset(), static_cast<long>(hand.bytes.size()));
 }
 
+// Another writer changes a byte the reader has read and writes on past the reader's end.
+// Until DropReadAhead the reader sees the file as it was (the old end); after it, it reads on
+// from where it stopped, and a walk from the start finds the changed byte. The old end lies on
+// a packet boundary, inside a header, a payload or a trailer, in one file or two.
+TEST(ReaderVrexDropReadAheadTest, AWriterChangesAndGrowsTheFileBetweenWalks) {
+  vrx_testing::shape_t later{"later"};
+  later.firstFrame = 45;
+  later.wallClockBase += 60000;
+  const vrx_testing::recording_t first = vrx_testing::MakeRecording({"first"});
+  const vrx_testing::recording_t second = vrx_testing::MakeRecording(later);
+  const Bytes whole = Concat({first.bytes, second.bytes});
+  std::vector<frame_record_t> want = first.frames;
+  want.insert(want.end(), second.frames.begin(), second.frames.end());
+  const long p1 = static_cast<long>(first.bytes.size()), size = static_cast<long>(whole.size());
+  struct row_t {
+    long cut;  // the end of the data at the first walk
+    bool twoFiles;
+    bool stopAtFooter;
+  };
+  const row_t rows[] = {{p1, false, true},     {p1, true, false},  {p1 * 3 / 4, false, false},
+                        {p1 + 6, false, false}, {(p1 + size) / 2, true, false},
+                        {size - 3, false, false}};
+  for (const row_t& row : rows) {
+    const std::string what = "cut at " + std::to_string(row.cut);
+    const long split = row.twoFiles ? row.cut / 3 : row.cut;
+    TempFile head(Bytes(whole.begin(), whole.begin() + split));
+    TempFile tail(Bytes(whole.begin() + split, whole.begin() + row.cut));
+    std::vector<std::string> files = {head.path()};
+    if (row.twoFiles) files.push_back(tail.path());
+    int err = 0;
+    auto reader = ReaderVREX::Create(nullptr, files, true, 0, -1, row.stopAtFooter, err);
+    ASSERT_NE(reader, nullptr) << what;
+    const int end = row.stopAtFooter ? ERR_MEDIAFORMATS_NEED_MORE_DATA : 0;
+    std::vector<frame_record_t> got = ReadAll(*reader, err);
+    EXPECT_EQ(err, end) << what;
+    ASSERT_FALSE(got.empty()) << what;
+    const long at = reader->GetCurrentRawOffset();
+
+    Bytes changed = whole;
+    changed[got[0].offset] ^= 0xFF;
+    head.Write(Bytes(changed.begin(), row.twoFiles ? changed.begin() + split : changed.end()));
+    if (row.twoFiles) tail.Write(Bytes(changed.begin() + split, changed.end()));
+    EXPECT_EQ(reader->ReadFrame(err), nullptr) << what;
+    EXPECT_EQ(err, end) << what;
+    EXPECT_EQ(reader->GetCurrentRawOffset(), at) << what;
+
+    EXPECT_EQ(reader->DropReadAhead(), 0) << what;
+    EXPECT_EQ(reader->GetAvailableDataSize(), size - at) << what;
+    const std::vector<frame_record_t> rest = ReadAll(*reader, err);
+    EXPECT_EQ(err, end) << what;
+    got.insert(got.end(), rest.begin(), rest.end());
+    vrx_testing::ExpectFrames(got, want, what);
+    ASSERT_EQ(reader->SeekToRawOffset(0), 0);
+    want[0].bytes[0] ^= 0xFF;
+    vrx_testing::ExpectFrames(ReadAll(*reader, err), want, what + ", from the start");
+    want[0].bytes[0] ^= 0xFF;
+  }
+}
+
 TEST(PartitionTest, DeepCopyAndText) {
   partition_t partition;
   partition._offset = 0;

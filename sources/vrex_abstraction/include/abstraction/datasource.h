@@ -7,6 +7,15 @@
 // Errors: functions returning long give a count (>= 0) or a negative code of vrex::abstraction
 // (or an errno code, module 0). ReadUIntN cannot report a failure: a read past the end is a
 // fatal log record and an abort, so callers check Available() (or the size) first.
+//
+// Files and read-ahead: the file kinds read through a window of up to 256 KiB that they fill
+// with one large read, so a walk forward in small steps is served from memory. The bytes in
+// the window and the file sizes are those of the moment they were read: between two calls of
+// DropReadAhead a change that another writer makes to a file may go unseen (bytes read as
+// they were, growth not seen, a truncation not noticed). That is sound while the caller holds
+// its file locks, as every change takes them exclusively; a caller that released its locks
+// and took them again must call DropReadAhead before it reads on, and so must a caller that
+// wrote to the file itself (through another descriptor) before it reads what it wrote.
 #pragma once
 
 #include <cstdint>
@@ -49,6 +58,11 @@ class DataSource {
   virtual uint16_t ReadUInt16() = 0;
   virtual uint32_t ReadUInt32() = 0;
   virtual uint64_t ReadUInt64() = 0;
+  // File kinds: forgets what was read ahead and takes the file sizes anew, so that the next
+  // reads see the files as they now are; a cursor past a new, smaller end moves to it, and in
+  // a concatenation the files' base offsets follow their new sizes. Memory kinds: nothing.
+  // Returns 0, or the errno code of a size that could not be taken (that size then stays).
+  virtual int DropReadAhead() = 0;
 
   // Size() - Cursor(); asserts that the cursor is not past the end.
   long Available() const;
@@ -57,10 +71,10 @@ class DataSource {
   static DataSource* GetInstance(long size);
   // A read-only window on the caller's memory, which must outlive it. `err` is untouched.
   static DataSource* GetInstance(const void* data, unsigned long size, int& err);
-  // A read-only file; the size is taken once, at open. `flag` has no effect.
+  // A read-only file; the size is taken at open and by DropReadAhead. `flag` has no effect.
   static DataSource* GetInstance(const char* path, bool flag, int& err);
   static DataSource* GetInstance(const char* path, int& err);
-  // Files read as one long file; empty files are left out.
+  // Files read as one long file; files empty at open are left out, even once they grow.
   static DataSource* GetInstance(const std::vector<std::string>& paths, bool flag, int& err);
   static DataSource* GetInstance(const std::vector<std::string>& paths, int& err);
   // Accepts null.

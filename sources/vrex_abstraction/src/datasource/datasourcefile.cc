@@ -1,4 +1,4 @@
-// DataSourceFile: positioned reads on a read-only descriptor; a short read is a failure.
+// DataSourceFile: positioned reads through the window; a short read is a failure.
 #include "datasource/datasourcefile.h"
 
 #include <fcntl.h>
@@ -13,17 +13,16 @@ namespace abstraction {
 namespace internal {
 
 namespace {
-// One positioned read of exactly `count` bytes: `count`, or the errno code of a failed read,
-// or ERR_ABSTRACTION_READ_INCOMPLETE for a short one (which sets no errno).
-long ReadExactly(int fd, unsigned char* dst, unsigned long count, long offset) {
-  const ssize_t got = pread(fd, dst, count, offset);
-  if (got < 0) return VREX_ERROR(errors::SystemError(errno));
-  if (static_cast<unsigned long>(got) != count) {
-    return VREX_ERROR(ERR_ABSTRACTION_READ_INCOMPLETE);
-  }
-  return got;
+// The size of the file open on `fd`, or the errno code.
+long EndOf(int fd) {
+  const off_t end = lseek(fd, 0, SEEK_END);
+  return end < 0 ? VREX_ERROR(errors::SystemError(errno)) : static_cast<long>(end);
 }
 }  // namespace
+
+DataSourceFile::DataSourceFile(ReadAheadWindow* window)
+    : _ownWindow(window == nullptr ? new ReadAheadWindow() : nullptr),
+      _window(window == nullptr ? _ownWindow.get() : window) {}
 
 DataSourceFile::~DataSourceFile() {
   if (_fd >= 0) close(_fd);
@@ -33,9 +32,9 @@ int DataSourceFile::Initialize(const char* path) {
   if (path == nullptr || path[0] == '\0') return VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
   _fd = open(path, O_RDONLY | O_CLOEXEC);
   if (_fd < 0) return VREX_ERROR(errors::SystemError(errno));
-  const off_t end = lseek(_fd, 0, SEEK_END);
+  const long end = EndOf(_fd);
   if (end < 0 || lseek(_fd, 0, SEEK_SET) < 0) {
-    const int err = VREX_ERROR(errors::SystemError(errno));
+    const int err = end < 0 ? static_cast<int>(end) : VREX_ERROR(errors::SystemError(errno));
     close(_fd);
     _fd = -1;
     return err;
@@ -50,8 +49,7 @@ long DataSourceFile::Cursor(long pos) {
 }
 
 long DataSourceFile::ReadBuffer(unsigned char* dst, unsigned long count) {
-  if (count == 0) return 0;
-  const long got = ReadExactly(_fd, dst, count, _cursor);
+  const long got = _window->Read(_fd, _cursor, dst, count);
   if (got < 0) return got;
   _cursor += got;
   return got;
@@ -65,8 +63,7 @@ const unsigned char* DataSourceFile::PeekBuffer(unsigned char* dst, long offset,
     err = VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
     return nullptr;
   }
-  if (count == 0) return dst;
-  const long got = ReadExactly(_fd, dst, count, offset);
+  const long got = _window->Read(_fd, offset, dst, count);
   if (got < 0) {
     err = got == ERR_ABSTRACTION_READ_INCOMPLETE ? VREX_ERROR(ERR_ABSTRACTION_RANGE_NOT_AVAILABLE)
                                                  : static_cast<int>(got);
@@ -75,8 +72,18 @@ const unsigned char* DataSourceFile::PeekBuffer(unsigned char* dst, long offset,
   return dst;
 }
 
+int DataSourceFile::DropReadAhead() {
+  _window->Drop();
+  if (_fd < 0) return 0;
+  const long end = EndOf(_fd);
+  if (end < 0) return static_cast<int>(end);
+  _size = end;
+  _cursor = ClampToSize(_cursor, _size);
+  return 0;
+}
+
 void DataSourceFile::ReadIntegerBytes(unsigned char* dst, unsigned width) {
-  const long got = ReadExactly(_fd, dst, width, _cursor);
+  const long got = _window->Read(_fd, _cursor, dst, width);
   VREX_ASSERT(got == static_cast<long>(width))
       << "seek/read failed: _cursor: " << _cursor << "; sizeof (result): " << width;
   _cursor += width;

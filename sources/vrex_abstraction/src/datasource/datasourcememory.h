@@ -22,6 +22,7 @@ class DataSourceMemory : public WithIntegerReads<DataSourceMemory, DataSource> {
   long Size() const override { return static_cast<long>(_published); }
   void Clear() override;
   long Optimize() override;
+  int DropReadAhead() override { return 0; }
   long ReadBuffer(unsigned char* dst, unsigned long count) override;
   const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
                                   int& err) override;

@@ -17,7 +17,7 @@ DataSourceMultiFile::~DataSourceMultiFile() {
 int DataSourceMultiFile::Initialize(const std::vector<std::string>& paths) {
   if (paths.empty()) return VREX_ERROR(ERR_ABSTRACTION_INVALID_PARAMETERS);
   for (const std::string& path : paths) {
-    DataSourceFile* file = new DataSourceFile();
+    DataSourceFile* file = new DataSourceFile(&_window);
     const int err = file->Initialize(path.c_str());
     if (err < 0) {
       delete file;
@@ -51,9 +51,10 @@ long DataSourceMultiFile::Cursor(long pos) {
 }
 
 int DataSourceMultiFile::MoveToNextFileIfExhausted() {
-  if (_files[_current]->Available() > 0 || _current + 1 >= _files.size()) return 0;
-  ++_current;
-  if (_files[_current]->Cursor(0) != 0) return VREX_ERROR(ERR_ABSTRACTION_RANGE_NOT_AVAILABLE);
+  while (_files[_current]->Available() == 0 && _current + 1 < _files.size()) {
+    ++_current;
+    if (_files[_current]->Cursor(0) != 0) return VREX_ERROR(ERR_ABSTRACTION_RANGE_NOT_AVAILABLE);
+  }
   return 0;
 }
 
@@ -117,6 +118,19 @@ const unsigned char* DataSourceMultiFile::PeekBuffer(unsigned char* dst, long of
     return nullptr;
   }
   return dst;
+}
+
+int DataSourceMultiFile::DropReadAhead() {
+  int result = 0;
+  _totalSize = 0;
+  for (size_t i = 0; i < _files.size(); ++i) {
+    const int err = _files[i]->DropReadAhead();  // a file whose size failed keeps the old one
+    if (err < 0 && result == 0) result = err;
+    _baseOffsets[i] = _totalSize;
+    _totalSize += _files[i]->Size();
+  }
+  Cursor(std::min(_cursor, _totalSize));
+  return result;
 }
 
 void DataSourceMultiFile::ReadIntegerBytes(unsigned char* dst, unsigned width) {

@@ -1,10 +1,12 @@
-// DataSourceMultiFile: several files read as one long file, in the order given.
+// DataSourceMultiFile: several files read as one long file, in the order given, all through
+// one read-ahead window.
 #pragma once
 
-#include "datasource/integer_reads.h"
 #include <string>
 #include <vector>
 
+#include "datasource/integer_reads.h"
+#include "datasource/read_ahead_window.h"
 #include "datasource/read_only_source.h"
 
 namespace vrex {
@@ -28,14 +30,18 @@ class DataSourceMultiFile : public WithIntegerReads<DataSourceMultiFile, ReadOnl
   long ReadBuffer(unsigned char* dst, unsigned long count) override;
   const unsigned char* PeekBuffer(unsigned char* dst, long offset, unsigned long count,
                                   int& err) override;
+  // Forgets the window, takes every file's size anew and lays the files out again by them.
+  int DropReadAhead() override;
 
   // Fills `width` bytes at the cursor and advances it; a read past the end is fatal.
   void ReadIntegerBytes(unsigned char* dst, unsigned width);
 
  private:
-  // Makes the next file current at its start when the current one is exhausted.
+  // Makes the next file that is not empty current at its start when the current one is
+  // exhausted (a file may be empty once its size was taken anew).
   int MoveToNextFileIfExhausted();
 
+  ReadAheadWindow _window;          // shared by the files; declared first, destroyed last
   std::vector<DataSource*> _files;  // owned
   std::vector<long> _baseOffsets;   // where each file starts in the concatenation
   size_t _current = 0;

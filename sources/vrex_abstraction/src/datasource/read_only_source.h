@@ -1,4 +1,5 @@
-// What the three read-only kinds answer alike: no queue to clear or compact, no appends.
+// What the three read-only kinds answer alike: no queue to clear or compact, no appends, and
+// (but for the file kinds, which override it) nothing read ahead.
 #pragma once
 
 #include "abstraction/datasource.h"
@@ -13,6 +14,7 @@ class ReadOnlyDataSource : public DataSource {
   long MultifileBaseOffset() const override { return 0; }
   void Clear() override {}
   long Optimize() override { return 0; }
+  int DropReadAhead() override { return 0; }
   long AppendBufferNonBlocking(const void*, unsigned long) override {
     return VREX_ERROR(ERR_ABSTRACTION_PUT_NOT_SUPPORTED);
   }

@@ -74,10 +74,26 @@ int ReaderVREXImpl::Initialize(Observer* observer, const std::vector<std::string
     LOGE << "<-# ReaderVREXImpl::Initialize FAILED! Invalid offset " << offset << " size=" << size;
     return VREX_ERROR(ERR_MEDIAFORMATS_INCORRECT_OFFSET);
   }
-  _maxCursor = (length < 1 || length > size - _minCursor) ? size : _minCursor + length;
+  _length = length;
+  _fromFiles = true;
+  _maxCursor = MaxCursorFor(size);
   _readCursor = _minCursor;
   _partitionReadCursor = _minCursor;
   return 0;
+}
+
+long ReaderVREXImpl::MaxCursorFor(long size) const {
+  return (_length < 1 || _length > size - _minCursor) ? size : _minCursor + _length;
+}
+
+int ReaderVREXImpl::DropReadAhead() {
+  const int err = _source->DropReadAhead();
+  if (_fromFiles) _maxCursor = MaxCursorFor(_source->Size());
+  if (_trace) {
+    LOGD << "ReaderVREXImpl::DropReadAhead size=" << _source->Size() << " maxCursor=" << _maxCursor
+         << " err=" << err;
+  }
+  return err;
 }
 
 vrx_track_t& ReaderVREXImpl::TrackOf(uint16_t tid) {

@@ -31,6 +31,7 @@ class ReaderVREXImpl : public ReaderVREX {
   long GetCurrentRawOffset() const override;
   long FeedData(const unsigned char* data, unsigned long size) override;
   int SeekToWc(long millis) override;
+  int DropReadAhead() override;
 
  private:
   static constexpr int kTrackCount = 15;
@@ -45,6 +46,8 @@ class ReaderVREXImpl : public ReaderVREX {
   int ReadSeekTable(const partition_footer_record_t& footer, long baseOffset);
   int ValidateSinglePartitionFile(long contentsOffset, long& contentsLength);
   int GetPartitionLastTimestamp(PartitionLastTimestampType type);
+  // The end of the data: `_length` bytes from _minCursor, or the end of a source of `size`.
+  long MaxCursorFor(long size) const;
   // Whether the data at _minCursor starts with a partition header.
   int IsPartitioned(bool& partitioned, const char* caller);
   long FindPartition(long millis);
@@ -54,6 +57,8 @@ class ReaderVREXImpl : public ReaderVREX {
   long _readCursor = 0;
   long _minCursor = -1;
   long _maxCursor = -1;
+  long _length = 0;         // as asked for at creation; < 1 reads to the end
+  bool _fromFiles = false;  // not a push reader: the end follows the files' size
   Observer* _observer = nullptr;
   media::clock_sync_t _clockSync;  // shared by all tracks; reset by each partition header
   vrx_track_t _tracks[kTrackCount];

@@ -24,6 +24,9 @@ class MediaReader {
                                                          int& error) = 0;
   // Back to the first frame of the reader's range.
   virtual int Rewind() = 0;
+  // Forgets what the reader read ahead: called whenever the files were locked again, since
+  // others may have changed them while they were unlocked. 0 or the reader's code.
+  virtual int DropReadAhead() = 0;
 };
 
 // The one implementation: every reader kind has these calls under the same names. `start` is
@@ -47,6 +50,14 @@ class MediaReaderOf : public MediaReader {
       return _reader->SeekToWallClock(0, mediaformats::SNAP_TO_IDR_BEFORE).second == 0 ? 0 : -1;
     } else {
       return _reader->SeekToRawOffset(_start);
+    }
+  }
+  int DropReadAhead() override {
+    // An MP4 file is complete when it is served: nobody changes it under the reader.
+    if constexpr (std::is_same_v<Reader, mediaformats::ReaderMp4>) {
+      return 0;
+    } else {
+      return _reader->DropReadAhead();
     }
   }
 

@@ -350,6 +350,7 @@ bool OperationProcessMedia::RelockLongLocks(ms::LockClosure& closure,
     return false;
   }
   LOGD << "    OperationProcessMedia::RelockLongLocks actionId=" << ActionId() << " Locks re-locked.";
+  _reader->DropReadAhead();
   return true;
 }
 

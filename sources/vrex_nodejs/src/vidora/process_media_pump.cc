@@ -233,6 +233,7 @@ int OperationProcessMedia::ReadForward(IOBuffer& buffer, unsigned long minBytes,
     return -1;
   }
   auto lockedAt = std::chrono::steady_clock::now();
+  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
@@ -299,6 +300,7 @@ int OperationProcessMedia::ReadIDRBackward(IOBuffer& buffer, unsigned long minBy
     return -1;
   }
   auto lockedAt = std::chrono::steady_clock::now();
+  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
@@ -334,6 +336,7 @@ int OperationProcessMedia::ReadGOPBackward(IOBuffer& buffer, unsigned long minBy
     return -1;
   }
   auto lockedAt = std::chrono::steady_clock::now();
+  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;

@@ -104,6 +104,14 @@ class ReaderVREX {
   virtual long FeedData(const unsigned char* data, unsigned long size) = 0;
   // Exact positioning on a seek point of the partition last read.
   virtual int SeekToWc(long millis) = 0;
+  // Forgets what the file source read ahead and takes the file sizes anew; a reader made to
+  // read to the end of its files has its end moved with them. Positions, the partition last
+  // read and what the tracks know are kept. The reader reads ahead of the packet it is on and
+  // keeps those bytes until this call: a caller that released its file locks and took them
+  // again must call it before reading on, since others may have changed or grown the file in
+  // between. Without the call the reader may see the file as it was (old bytes, the old end).
+  // A push reader has nothing to drop. Returns 0 or the data source's code.
+  virtual int DropReadAhead() = 0;
 };
 
 }  // namespace mediaformats
