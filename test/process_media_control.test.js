@@ -157,7 +157,7 @@ test('pauseOnlyVideo lets the audio flow and brings the video back on a key fram
   const frames = await listVrx(run.bytes);
   const kinds = frames.map((f) => (f.trackId === 7 ? (f.isKeyFrame ? 'K' : 'v') : 'a')).join('');
   // A run of audio alone in the middle, and the video back on a key frame after it.
-  const gap = /v(a{3,})K/.exec(kinds);
+  const gap = /[vK](a{3,})K/.exec(kinds);
   assert.ok(gap, kinds);
   assert.ok(frames.filter((f) => f.trackId === 7).length < 90);
   assert.strictEqual(frames.filter((f) => f.trackId === 1000).length, rec.frames.filter((f) => f.kind === 'audio').length);
@@ -188,21 +188,19 @@ test('a recording that grows while it is served: the new frames follow, each onc
   assert.strictEqual((await append(parts[0], ['new'])).status, 0);
   const appends = [];
   const run = await send({ srcFileName: live, outputFormat: 'vrx', wallClockStart: T0 }, 'transfer', (state) => {
-    const frameCount = () => state.chunks.length;
     (async () => {
       for (const piece of parts.slice(1)) {
         await sleep(300);
         appends.push(await append(piece));
       }
-      // Once every frame is out, the live read is stopped: it would wait 30 s for more.
-      for (let i = 0; i < 100 && !state.events.includes('end'); i++) {
+      // The read follows the growth within its 3 s waits; once every frame is out it is
+      // stopped, as it would otherwise wait 30 s for more.
+      for (let i = 0; i < 150 && !state.events.includes('end'); i++) {
         await sleep(100);
-        if (frameCount() > 0 && state.result === undefined) {
-          const listed = await listVrx(Buffer.concat(state.chunks)).catch(() => []);
-          if (listed.length >= 90 + 9) break;
-        }
+        const served = state.chunks.length ? await listVrx(Buffer.concat(state.chunks)).catch(() => []) : [];
+        if (served.length >= 90) break;
       }
-      vidora.cancelOperation(state.id);
+      if (!state.events.includes('end')) vidora.cancelOperation(state.id);
     })();
   }, vidora.processMedia);
   assert.strictEqual(run.error, null);
@@ -255,7 +253,7 @@ test('wrong parameters throw, and sources that cannot be served end with an erro
     const cut = path.join(dir, `cut-${size}.vrx`);
     fs.writeFileSync(cut, full.subarray(0, size));
     const run = await send({ srcFileName: cut, outputFormat: 'vrx', wallClockEnd: LATER }, 'transfer', () => {}, vidora.processMedia);
-    if (run.error) continue;
+    if (run.error || run.bytes.length === 0) continue;
     const frames = await listVrx(run.bytes);
     assert.ok(frames.length <= rec.frames.length, `${size}`);
   }

@@ -102,9 +102,10 @@ void BaseOperation::Wait() {
   }
   const long started = NowMillis();
   if (_waitSeconds > 0) {
-    if (!_canceled) {
-      const timespec until = MonotonicIn(_waitSeconds * 1000L);
-      pthread_cond_timedwait(&_cond, &_mutex, &until);
+    // A wait asked for by ProcessData lasts its time: a drain taking bytes does not cut it
+    // short (the source has nothing new to give), only a cancel does.
+    const timespec until = MonotonicIn(_waitSeconds * 1000L);
+    while (!_canceled && pthread_cond_timedwait(&_cond, &_mutex, &until) != ETIMEDOUT) {
     }
     _waitSeconds = 0;
   } else if (!_canceled && (_paused || used >= _maxBufferSize)) {

@@ -66,6 +66,14 @@ int OperationProcessMedia::ProcessData(IOBuffer& buffer, int fd, unsigned long, 
     LOGI << "    OperationProcessMedia::ProcessData actionId: " << ActionId() << " Track codec change #"
          << _codecChangeCount << " detected at wc=" << _lastWallClock;
     result = CloseWriter(buffer);
+    // The new writer reads the tracks' parameters and the reader is placed again: under the
+    // locks, like every read.
+    ms::LockClosure closure(_locks);
+    if (!closure.IsLocked()) {
+      LOGE << "<-# OperationProcessMedia::ProcessData actionId: " << ActionId() << " FAILED! Unable to lock files.";
+      return -1;
+    }
+    _reader->DropReadAhead();
     if (result == 0) result = ReInitWriter();
     if (result == 0) result = PositionReaderServeDirection(_lastWallClock, _params.wallClockEndMillis);
     if (result != 0) LOGE << "<-# OperationProcessMedia::ProcessData FAILED! codec change err=" << result;
