@@ -194,7 +194,7 @@ export interface OperationResult extends OperationInfo {
 }
 
 /** The completion callback of an operation. */
-export type OperationCallback<R = {}> = (error: (TaskError & OperationInfo) | null,
+export type OperationCallback<R = {}> = (error: (TaskError & OperationInfo & Partial<R>) | null,
   result: (R & OperationResult & TaskInfo) | null) => void;
 
 /** The destination and callbacks every operation takes. Exactly one destination. */
@@ -242,6 +242,107 @@ export interface SendFileParams extends OperationDestination {
  *   of a dstTcpFd that is not open.
  */
 export function sendFile(params: SendFileParams, callback: OperationCallback): number;
+
+/** Parameters of processMedia: a source, one destination, and what to serve of it. */
+export interface ProcessMediaParams extends OperationDestination {
+  /** Recordings: ".vrx" files (several are read as one), or one MP4 file (any other name). */
+  srcFileName?: string;
+  srcFileNames?: string[];
+  /** "vrx" (default), "mp4" (needs dstFileName), "fmp4", "annexb", "avcc"; case does not matter. */
+  outputFormat?: string;
+  /** Range start, ms since the epoch. Negative or absent: from the beginning. */
+  wallClockStart?: number;
+  /**
+   * Range end, ms since the epoch. Negative or absent: open: a recording that grows is followed,
+   * and the read ends 30 s (ten waits of 3 s) after the last frame that came.
+   */
+  wallClockEnd?: number;
+  /** Where the start lands: the key frame "before" it (default), "after" it, or the "closest" (within 5 s before). */
+  snapToIdr?: string;
+  /** -N: every Nth key frame; T > 0: key frames at least T ms apart. Either drops audio and non-key frames. */
+  idrFrequency?: number;
+  skipAudio?: boolean;
+  skipVideo?: boolean;
+  /** "gop": groups of pictures from the last to the first, each in order; "idr": key frames alone, backwards. */
+  serveInReverse?: string;
+  /** Fragmented MP4: fragment length in ms (default 1000), cut on key frames (default true). */
+  fragmentDurationMillis?: number;
+  fragmentOnKf?: boolean;
+  /** Fragmented MP4: base decode times from the wall clock (default true). */
+  useWallClockForFMP4?: boolean;
+  /** MP4 tracks' timelines start at 0. */
+  zeroBase?: boolean;
+  /** VRX to a socket: end with an empty skip packet. */
+  sendEod?: boolean;
+  extendedVideoMetadata?: boolean;
+  /** Divide timestamps by this (drops audio); not with forceFps or serveInReverse. */
+  speedupFactor?: number;
+  /** Rewrite video timestamps for this frame rate (drops audio); not with speedupFactor or serveInReverse. */
+  forceFps?: number;
+  /** Caller's marks, shown in the log. */
+  actionStart?: number;
+  actionId?: number;
+  /** Serve all key frames of the range first, then the rest. */
+  enableKeyFrameFirst?: boolean;
+  /** Drop video frames that are not key frames. */
+  onlyKeyFrames?: boolean;
+  /** With onlyKeyFrames: keep one video frame in N. */
+  onlyNthFrame?: number;
+  seekDistanceMaxMs?: number;
+  /** "", "binme" or "http": a socket destination then gets a framed or HTTP head before the body. */
+  transportFormat?: string;
+  /** Pause by itself after this much media time (resumeOperation(id, ms) arms it again). */
+  pauseAfterMs?: number;
+  offset?: number;
+  length?: number;
+}
+
+/** The first and last timestamps a track was served with. */
+export interface ServedTimestamps {
+  start: { dts: number; cts: number; clockRate: number; wallClockMillis: number };
+  end: { dts: number; cts: number; clockRate: number; wallClockMillis: number };
+}
+
+/** What processMedia adds to the operation's result (and error) object. */
+export interface ProcessMediaInfo {
+  inputFramesCount: number;
+  outputFramesCount: number;
+  /** `audio` and `video`, each present when that track served a frame. */
+  timestampsInfo: { audio?: ServedTimestamps; video?: ServedTimestamps };
+  fileChecksDurationMillis: number;
+  /** On the error object only. */
+  damagedFilesPaths?: string[];
+}
+
+/**
+ * Serves a wall-clock range of recordings as VRX, MP4, fragmented MP4 or raw H.264 to a file,
+ * a socket or a JavaScript drain, forward or backward, on "Serve" (socket destinations) or
+ * "Write". A fragmented MP4 to a socket comes as units of a 1-byte type and a 24-bit length
+ * (0xFA the initialisation segment, 0xF9 a fragment's start, 0xFB moof pieces, 0xFE the mdat
+ * header, 0xFC/0xFD video/audio samples, 0xFF its end); to a file or a drain, as plain fMP4.
+ * @returns the operation id, for the operation functions.
+ * @throws VidoraError "NodeJS function parameters are incorrect" for a parameter object that
+ *   breaks a rule (no source, not exactly one destination, a transport other than "", "binme",
+ *   "http", forceFps with speedupFactor, reverse with either, no audio and no video, a start
+ *   after the end); the system error of a dstTcpFd that is not open.
+ */
+export function processMedia(params: ProcessMediaParams,
+  callback: OperationCallback<ProcessMediaInfo>): number;
+
+/**
+ * Pauses (true) or resumes (false) the video of a media operation alone: the audio goes on,
+ * and the video comes back at its next key frame. A resume counts only once a video frame was
+ * held back.
+ * @throws VidoraError "NodeJS function parameters are incorrect" unless (number, boolean);
+ *   "NodeJS sending operation not found".
+ */
+export function pauseOnlyVideo(id: number, pause: boolean): void;
+
+/**
+ * Kept for callers that know it: it reads its id and its parameters from the same argument,
+ * so every call throws "NodeJS function parameters are incorrect".
+ */
+export function changeVideoSendingStyle(id: number, params?: { onlyKeyFrames?: boolean; onlyNthFrame?: number }): never;
 
 /**
  * Pauses an operation: its worker stops producing at the next round. An operation that

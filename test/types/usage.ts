@@ -91,3 +91,13 @@ const acceptorId: number = vidora.createTcpAcceptor('127.0.0.1:8000', (connectio
 const onConnection: vidora.TcpAcceptorCallback = () => {};
 vidora.closeTcpAcceptor(vidora.createTcpAcceptor('[::1]:8001', onConnection));
 vidora.closeTcpAcceptor(acceptorId);
+
+const mediaId: number = vidora.processMedia({
+  srcFileName: 'samples/sample.vrx', outputFormat: 'mp4', dstFileName: '/tmp/clip.mp4',
+  wallClockStart: 1767225600000, wallClockEnd: 1767225603000, snapToIdr: 'closest',
+}, (err, result) => {
+  if (err) return console.log(err.errors[0].full, err.damagedFilesPaths?.length);
+  if (result) console.log(result.outputFramesCount, result.timestampsInfo.video?.start.wallClockMillis, result.canceled);
+});
+vidora.pauseOnlyVideo(mediaId, true);
+vidora.resumeOperation(mediaId, 5000);
