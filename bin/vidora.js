@@ -7,6 +7,7 @@ main(process.argv.slice(2), {
   out: (text) => process.stdout.write(`${text}\n`),
   err: (text) => process.stderr.write(`${text}\n`),
   stdout: process.stdout,
+  stderr: process.stderr,
 }).then((status) => {
   process.exitCode = status;
 });

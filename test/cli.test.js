@@ -7,7 +7,7 @@ const { spawn, spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, tempDir } = require('./helpers');
+const { vidora, tempDir, runTool } = require('./helpers');
 const { findTool, childEnv, holdFlock } = require('../tools/vrx_tools');
 
 const CLI = path.join(__dirname, '..', 'bin', 'vidora.js');
@@ -197,5 +197,38 @@ test('damaged, odd and unwritable files give their own message and status, never
       { encoding: 'utf8', env: process.env });
     assert.strictEqual(run.status, 5, run.stderr);
     assert.match(run.stderr, /readonly\.vrx: cannot be locked: vidora locks a recording through a descriptor opened for writing/);
+  }
+});
+
+test('export writes a range that ffprobe plays, with a progress line only on a terminal', () => {
+  const out = path.join(dir, 'range.mp4');
+  const run = cli('export', SAMPLE, '-o', out, '--from', '1767225601500', '--to', '1767225634500');
+  assert.strictEqual(run.status, 0, run.stderr);
+  assert.strictEqual(run.stderr, '', 'no progress line when standard error is not a terminal');
+  assert.match(run.stdout, /range\.mp4: 248 frames, \d+ bytes of mp4 in \d+ ms/);
+  const probe = runTool('ffprobe', ['-v', 'error', '-count_frames', '-show_entries',
+    'stream=codec_name,nb_read_frames', '-of', 'csv=p=0', out]);
+  assert.strictEqual(probe.stdout.trim().split('\n').sort().join(' '), 'aac,160 h264,88');
+
+  const json = cli('export', SAMPLE, '-o', path.join(dir, 'back.h264'), '--format', 'annexb', '--reverse', 'gop', '--json');
+  assert.strictEqual(json.status, 0, json.stderr);
+  assert.deepStrictEqual(Object.keys(JSON.parse(json.stdout)), ['output', 'format', 'frames', 'bytes', 'timestamps', 'milliseconds']);
+  assert.strictEqual(JSON.parse(json.stdout).frames, 150);
+
+  // Under a pseudo-terminal (script(1)) the progress line is drawn and cleared.
+  const tty = spawnSync('script', ['-qec', `${process.execPath} ${CLI} export ${SAMPLE} -o ${path.join(dir, 'tty.mp4')}`, '/dev/null'],
+    { encoding: 'utf8', env: process.env });
+  assert.strictEqual(tty.status, 0, tty.stdout);
+  assert.match(tty.stdout, /\rexporting \[[#.]{30}\] \d+% [\d.]+ MiB, [\d.]+ s/);
+
+  for (const [args, message] of [
+    [['export', SAMPLE], /export needs -o OUT/],
+    [['export', SAMPLE, '-o', out, '--format', 'avi'], /--format needs one of mp4, fmp4, vrx, annexb/],
+    [['export', SAMPLE, '-o', out, '--reverse', 'gop', '--speedup', '2'], /do not go together/],
+    [['export', SAMPLE, '-o', out, '--from', '5', '--to', '4'], /--from must not be after --to/],
+  ]) {
+    const refused = cli(...args);
+    assert.strictEqual(refused.status, 2, args.join(' '));
+    assert.match(refused.stderr, message);
   }
 });

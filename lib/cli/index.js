@@ -7,6 +7,7 @@ const { EXIT, CliError } = require('./failure');
 
 const COMMANDS = {
   ...require('./listing'),
+  ...require('./export'),
 };
 
 const GLOBAL_OPTIONS = { json: 'flag', help: 'flag', h: 'flag' };
@@ -25,6 +26,7 @@ function usage() {
   lines.push('', 'options:',
     '  --json     the result as JSON',
     '  --human    (frames) the wall clock as UTC text',
+    '  -o OUT     (export) the file to write',
     '  --         ends the options: what follows is a file name, even if it starts with -',
     '  --help     this text',
     '',
