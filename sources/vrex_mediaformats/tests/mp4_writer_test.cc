@@ -272,6 +272,21 @@ TEST(WriterMP4, AnnouncedMdatSize) {
     // A wrong size writes no moov.
     EXPECT_EQ(file.bytes.size() > 63, right);
   }
+  // Unannounced, the size is patched at Flush and known after it: announced to a second writer
+  // of the same frames, it gives the same file in one pass, without a seek.
+  MemoryMp4File first, second;
+  int error = 0;
+  std::unique_ptr<WriterMP4> patched(WriterMP4::Create("test", nullptr, &video, &first, error));
+  ASSERT_EQ(patched->WriteVideoData(idr.data(), idr.size(), media::dts_cts_t(0, 90000), true), 15);
+  EXPECT_EQ(patched->MdatSize(), 0u);
+  ASSERT_EQ(patched->Flush(), 0);
+  EXPECT_EQ(patched->MdatSize(), 31u);
+  std::unique_ptr<WriterMP4> announcedWriter(WriterMP4::Create("test", nullptr, &video, &second, error));
+  announcedWriter->MdatSize(patched->MdatSize());
+  ASSERT_EQ(announcedWriter->WriteVideoData(idr.data(), idr.size(), media::dts_cts_t(0, 90000), true), 15);
+  ASSERT_EQ(announcedWriter->Flush(), 0);
+  EXPECT_EQ(second.bytes, first.bytes);
+  EXPECT_EQ(second.seeks, std::vector<long>{0});
 }
 
 TEST(WriterMP4, Failures) {

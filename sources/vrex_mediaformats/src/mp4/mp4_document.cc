@@ -147,6 +147,8 @@ int Mp4Document::Flush() {
            << " FAILED! _pObserver->WriteMP4Data() failed while writing MDAT size";
       return VREX_ERROR(ERR_MEDIAFORMATS_DATA_SOURCE_IO);
     }
+    // Known now: a second writing of the same frames can announce it and go without seeking.
+    _mdatSize = actual;
   }
   return WriteMoov();
 }

@@ -5,7 +5,7 @@
 #include "common/workers_pools_manager.h"
 #include "nodejs/errors.h"
 #include "registrars.h"
-#include "vidora/operation_process_media.h"
+#include "vidora/operation_direct_export.h"
 
 namespace vrex {
 namespace nodejs {
@@ -23,7 +23,13 @@ Napi::Value callback_processMedia(const Napi::CallbackInfo& info) {
     THROW_ERROR(env, VREX_ERROR(ERR_NODEJS_INVALID_PARAMETERS));
     return env.Null();
   }
-  auto operation = std::make_shared<OperationProcessMedia>(env, common::Task::GenerateId(), params);
+  // A socket with a transport head gets the length first: the range is read twice.
+  const bool direct = !params.transportFormat.empty() && params.hasNetworkDestination &&
+                      (params.outputFormat == "mp4" || params.outputFormat == "vrx");
+  const long id = common::Task::GenerateId();
+  std::shared_ptr<OperationProcessMedia> operation =
+      direct ? std::make_shared<OperationProcessMediaDirectExport>(env, id, params)
+             : std::make_shared<OperationProcessMedia>(env, id, params);
   operation->SetDestinationFile(params.dstFileName);
   const int fdResult = operation->SetDestinationTcpFd(params.dstTcpFd);
   if (fdResult != 0) {

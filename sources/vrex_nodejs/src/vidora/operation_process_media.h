@@ -97,6 +97,7 @@ class OperationProcessMedia : public common::BaseOperation,
   long FirstServedWallClock() const;
   // Clears what a pass over the range leaves behind, so that another pass starts afresh.
   void ResetPass();
+  void AppendToSink(const void* data, size_t size);
 
   ProcessMediaParams _params;
   std::unique_ptr<MediaReader> _reader;
@@ -130,7 +131,6 @@ class OperationProcessMedia : public common::BaseOperation,
   int WriteFrame(const media::frame_t& frame, const media::dts_cts_t& ts, long wallClock);
   const media::dts_cts_t& Retimed(const media::frame_t& frame);
   void SetInfo(Napi::Object& object);
-  void AppendToSink(const void* data, size_t size);
   void MoveInto(vrex::common::IOBuffer& completed, vrex::common::IOBuffer& building, unsigned offset);
 
   bool _sourceIsMp4 = false;

@@ -354,6 +354,33 @@ bool OperationProcessMedia::RelockLongLocks(ms::LockClosure& closure,
   return true;
 }
 
+void OperationProcessMedia::ResetPass() {
+  _eodSent = false;
+  _sink = nullptr;
+  media::codec_info_t::FreeInstance(_audioCodecInfo);
+  media::codec_info_t::FreeInstance(_videoCodecInfo);
+  _audioCodecInfo = nullptr;
+  _videoCodecInfo = nullptr;
+  _reverseFirstIndex = 0;
+  _reverseIndex = 0;
+  _inputFramesCount = 0;
+  _outputFramesCount = 0;
+  _fileChecksDuration = 0;
+  _needMoreRetries = 0;
+  _keyFramesPhase = true;
+  _reverseRestartIndex = -1;
+  _currentValidFrame = 0;
+  _fmp4Progressive = false;
+  _pauseOnlyVideo = false;
+  _videoResumePending = false;
+  _autoPauseWallClock = 0;
+}
+
+long OperationProcessMedia::FirstServedWallClock() const {
+  const track_timestamps_info_t& leading = _params.skipVideo ? _audioTimestamps : _videoTimestamps;
+  return leading.seen ? leading.start.wallClockMillis : -1;
+}
+
 void OperationProcessMedia::SetInfo(Napi::Object& object) {
   Napi::Env env = object.Env();
   object.Set("inputFramesCount", Napi::Number::New(env, static_cast<double>(_inputFramesCount)));

@@ -46,8 +46,8 @@ class WriterMP4 : public BaseWriter {
   // returns 0. ERR_MEDIAFORMATS_INCORRECT_PARAMETERS when an announced mdat size was wrong (no
   // moov is written), ERR_MEDIAFORMATS_DATA_SOURCE_IO when the observer failed.
   virtual int Flush() = 0;
-  // The mdat size the document was created with (0: patched at Flush); 0 before the first
-  // frame.
+  // The mdat size announced at creation, or, once Flush has patched it, the real one; 0 before
+  // the first frame and until then.
   virtual unsigned long MdatSize() = 0;
   // Announces the whole mdat box size, its 16 header bytes included. Counts only before the
   // first frame.
