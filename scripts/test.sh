@@ -65,8 +65,9 @@ fuzz_smoke() {
     name=${target%_fuzzer}
     corpus=$(mktemp -d)
     [ -d "fuzz/seeds/$name" ] && cp -R "fuzz/seeds/$name/." "$corpus"
-    # A crashing input lands in fuzz/ (crash-<sha1>), where git ignores it.
-    options=(-max_total_time="${VIDORA_FUZZ_SECONDS:-10}" -artifact_prefix=fuzz/)
+    # A crashing input lands in fuzz/ (crash-<sha1>), where git ignores it; an input that
+    # takes 20 s (a hang: inputs run in milliseconds) fails the run instead of stalling it.
+    options=(-max_total_time="${VIDORA_FUZZ_SECONDS:-10}" -timeout=20 -artifact_prefix=fuzz/)
     [ -f "fuzz/$name.dict" ] && options+=(-dict="fuzz/$name.dict")
     echo "-- $target"
     "build-fuzz/fuzz/$target" "${options[@]}" "$corpus" >"$corpus.log" 2>&1
