@@ -12,6 +12,9 @@
 //                                         h265 or av1
 //   audio DTS RATE PAYLOAD                an AAC frame (ADTS)
 //   pad FILE_SIZE                         skip packets up to FILE_SIZE (a managed file's tail)
+//   fragments MAX                         cut frames into packets of at most MAX payload bytes
+//                                         (first command only; the manifest then gives a frame
+//                                         the offset of its first fragment's payload)
 // PAYLOAD is pattern:SIZE:SEED (bytes (SEED + i) & 0xff), file:PATH:OFFSET:SIZE (bytes as they
 // stand) or annexb:PATH:OFFSET:SIZE (Annex B, written with 4-byte lengths).
 //
@@ -149,7 +152,7 @@ class Builder {
   // Writes to `out`, which it does not own.
   explicit Builder(FILE* out) : _out(out) {
     int err = 0;
-    _fileWriter = WriterVREX::Create(0x7FFFFFFF, &_file, err);
+    _fileWriter = WriterVREX::Create(_maxPacketPayload, &_file, err);
   }
 
   bool Command(const std::string& line) {
@@ -162,6 +165,7 @@ class Builder {
     else if (verb == "sync") ok = Sync(in);
     else if (verb == "video" || verb == "audio") ok = Frame(verb == "video", in);
     else if (verb == "pad") ok = Pad(in);
+    else if (verb == "fragments") ok = Fragments(in);
     return ok && _file.MoveTo(_out);
   }
 
@@ -199,7 +203,7 @@ class Builder {
     _dynamic = Hex(dynamic);
     _contents = std::make_unique<Sink>();
     int err = 0;
-    _contentsWriter = WriterVREX::Create(0x7FFFFFFF, _contents.get(), err);
+    _contentsWriter = WriterVREX::Create(_maxPacketPayload, _contents.get(), err);
     _firstTs = dts_cts_t();
     _sync = clock_sync_t();
     _syncEnd = -1;
@@ -304,6 +308,16 @@ class Builder {
     return remaining == 0;
   }
 
+  // Only before anything is written: a new writer starts its sequence numbers afresh.
+  bool Fragments(std::istringstream& in) {
+    unsigned max = 0;
+    if (!(in >> max) || max == 0 || _contents || _file.Position() != 0) return false;
+    _maxPacketPayload = max;
+    int err = 0;
+    _fileWriter = WriterVREX::Create(_maxPacketPayload, &_file, err);
+    return _fileWriter != nullptr;
+  }
+
   void NoteFirst(const dts_cts_t& ts) {
     if (_contents && _firstTs.dts < 0) _firstTs = ts;
   }
@@ -313,6 +327,7 @@ class Builder {
   }
 
   FILE* _out;
+  unsigned _maxPacketPayload = 0x7FFFFFFF;
   Sink _file;  // what goes to _out next
   std::unique_ptr<WriterVREX> _fileWriter;
   std::unique_ptr<Sink> _contents;  // the open partition's packets
