@@ -33,7 +33,7 @@ build() {
 }
 
 js_tests() {
-  node --test --test-concurrency=1 test/*.test.js
+  node --test --test-concurrency=1 --test-timeout=600000 test/*.test.js
 }
 
 sanitized_js_tests() {
@@ -44,7 +44,7 @@ sanitized_js_tests() {
   VIDORA_ADDON_PATH="$root/build-sanitize/vidora.node" VIDORA_SANITIZED=1 \
     LD_PRELOAD="$asan $ubsan" ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
     UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-    node --test --test-concurrency=1 test/*.test.js
+    node --test --test-concurrency=1 --test-timeout=600000 test/*.test.js
 }
 
 fuzz_smoke() {

@@ -12,7 +12,7 @@ const { execFile } = require('child_process');
 
 const { vidora, tempDir, waitFor } = require('./helpers');
 const { makeRecording, probe, T0 } = require('./recordings');
-const { writeVrx } = require('../tools/vrx_tools');
+const { writeVrx, childEnv } = require('../tools/vrx_tools');
 
 const dir = tempDir('vidora-direct-');
 const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
@@ -114,7 +114,7 @@ test('HTTP with an exact Content-Length: an MP4 that ffprobe plays, and a VRX ou
   const out = path.join(dir, 'curl.mp4');
   // Run apart from this process's event loop, which serves it.
   const curl = await new Promise((resolve, reject) => execFile('curl', ['-s', '-S', '-o', out, '-w', '%{http_code} %{size_download}',
-    `http://127.0.0.1:${server.port}/`], (error, stdout) => (error ? reject(error) : resolve(stdout))));
+    `http://127.0.0.1:${server.port}/`], { env: childEnv() }, (error, stdout) => (error ? reject(error) : resolve(stdout))));
   server.close();
   const [code, size] = curl.split(' ');
   assert.strictEqual(code, '200');
