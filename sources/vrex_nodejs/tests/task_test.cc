@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
+#include <thread>
 
 #include "common/clock.h"
 #include "common/work_pool.h"
@@ -110,14 +112,18 @@ TEST_F(TaskTest, CopiesTheWorkersErrorRecord) {
 }
 
 TEST_F(TaskTest, TimeoutAnswersOnceAndDropsTheLateResult) {
+  constexpr long kLimitMs = 5;
   Gate gate;
   const std::shared_ptr<ProbeTask> task =
-      Enqueue(std::make_shared<ProbeTask>(&_journal, "slow", "test", 5, false, [&](ProbeTask&) {
+      Enqueue(std::make_shared<ProbeTask>(&_journal, "slow", "test", kLimitMs, false, [&](ProbeTask&) {
         gate.Wait();
         return VREX_ERROR(ERR_NODEJS_FILE_IO);
       }));
   const long id = task->Id();
-  std::weak_ptr<Task> watch = task;
+  // The work has begun, and the limit passes before the loop turns: the answer comes from the
+  // timers that open the turn, and then nothing else will come until the gate opens.
+  gate.AwaitArrivals(1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2 * kLimitMs));
   RunLoopUntil([&] { return !_journal.ends.empty(); });
 
   ASSERT_EQ(_journal.ends.size(), 1u);
