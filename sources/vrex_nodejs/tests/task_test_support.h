@@ -69,6 +69,8 @@ struct end_record_t {
   int code;
   bool timedOut;
   vrex::errors::error_info_t info;
+  long operationStartTime;
+  long operationEndTime;
 };
 
 // What the probe tasks of one test write down. Main-thread fields are only touched there;
@@ -106,7 +108,8 @@ class ProbeTask : public Task {
     _journal->progressThreads.push_back(pthread_self());
   }
   void SignalWorkEnd(Napi::Env&, bool, int code, const vrex::errors::error_info_t* info) override {
-    _journal->ends.push_back({Id(), code, TimedOut(), info ? *info : vrex::errors::error_info_t{}});
+    _journal->ends.push_back({Id(), code, TimedOut(), info ? *info : vrex::errors::error_info_t{},
+                              OperationStartTime(), OperationEndTime()});
   }
   void Cancel() override { _journal->cancels.push_back(Id()); }
 
