@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
+#include <set>
+#include <thread>
+#include <vector>
 
 #include "common/clock.h"
 #include "common/work_pool.h"
@@ -110,14 +114,18 @@ TEST_F(TaskTest, CopiesTheWorkersErrorRecord) {
 }
 
 TEST_F(TaskTest, TimeoutAnswersOnceAndDropsTheLateResult) {
+  constexpr long kLimitMs = 5;
   Gate gate;
   const std::shared_ptr<ProbeTask> task =
-      Enqueue(std::make_shared<ProbeTask>(&_journal, "slow", "test", 5, false, [&](ProbeTask&) {
+      Enqueue(std::make_shared<ProbeTask>(&_journal, "slow", "test", kLimitMs, false, [&](ProbeTask&) {
         gate.Wait();
         return VREX_ERROR(ERR_NODEJS_FILE_IO);
       }));
   const long id = task->Id();
-  std::weak_ptr<Task> watch = task;
+  // The work has begun, and the limit passes before the loop turns: the answer comes from the
+  // timers that open the turn, and then nothing else will come until the gate opens.
+  gate.AwaitArrivals(1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2 * kLimitMs));
   RunLoopUntil([&] { return !_journal.ends.empty(); });
 
   ASSERT_EQ(_journal.ends.size(), 1u);
@@ -134,6 +142,43 @@ TEST_F(TaskTest, TimeoutAnswersOnceAndDropsTheLateResult) {
   EXPECT_EQ(_journal.ends.size(), 1u) << "the late result reached the task's end";
   EXPECT_EQ(task->Result(), ERR_NODEJS_FILE_IO);
   EXPECT_EQ(_pool->Stats().at("slow").count, 1u);
+}
+
+TEST_F(TaskTest, ATimeoutMeetingTheEndAnswersOnce) {
+  // Limits of 1 ms against work of about 1 ms: the timer and the end meet in either order, in
+  // one turn of the loop or in two, while the worker stamps the times the answer reads.
+  constexpr int kRounds = 25;
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<std::weak_ptr<Task>> watches;
+    for (int i = 0; i < kTestWorkThreads; ++i) {
+      watches.push_back(Enqueue(std::make_shared<ProbeTask>(
+          &_journal, "racing", "test", 1, false, [i](ProbeTask&) {
+            std::this_thread::sleep_for(std::chrono::microseconds(800 + 100 * i));
+            return 0;
+          })));
+    }
+    RunLoopUntil([&] {
+      for (const auto& watch : watches) {
+        if (!watch.expired()) return false;
+      }
+      return true;
+    });
+  }
+
+  ASSERT_EQ(_journal.ends.size(), static_cast<size_t>(kRounds * kTestWorkThreads));
+  std::set<long> answered;
+  for (const end_record_t& end : _journal.ends) {
+    EXPECT_TRUE(answered.insert(end.id).second) << "task " << end.id << " answered twice";
+    EXPECT_EQ(end.code, end.timedOut ? ERR_NODEJS_OPERATION_TIMED_OUT : 0) << end.id;
+    if (!end.timedOut) {
+      EXPECT_GT(end.operationStartTime, 0) << end.id;
+      EXPECT_LE(end.operationStartTime, end.operationEndTime) << end.id;
+    }
+  }
+  EXPECT_EQ(_pool->InProgressSize(), 0u);
+  // A task whose limit passed before its worker began never runs, and counts no run.
+  std::lock_guard<std::mutex> lock(_journal.startedMutex);
+  EXPECT_EQ(_pool->Stats().at("racing").count, _journal.started.size());
 }
 
 TEST_F(TaskTest, NoTimerWithoutALimit) {

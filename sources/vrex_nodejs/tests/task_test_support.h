@@ -8,6 +8,7 @@
 #include <uv.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -26,9 +27,13 @@ namespace testing {
 // The size of the work pool in these tests.
 constexpr int kTestWorkThreads = 4;
 
-// Holds the workers that wait on it until Open; counts those that arrived.
+// Holds the workers that wait on it until Open; counts those that arrived. A gate left shut
+// for kGateLimit opens by itself with a failure: a test whose loop never comes back to open
+// it fails instead of hanging.
 class Gate {
  public:
+  static constexpr std::chrono::seconds kGateLimit{5};
+
   void Open() {
     std::lock_guard<std::mutex> lock(_mutex);
     _open = true;
@@ -38,7 +43,12 @@ class Gate {
     std::unique_lock<std::mutex> lock(_mutex);
     ++_arrived;
     _cond.notify_all();
-    _cond.wait(lock, [this] { return _open; });
+    if (!_cond.wait_for(lock, kGateLimit, [this] { return _open; })) {
+      ADD_FAILURE() << "a worker waited " << kGateLimit.count()
+                    << " s on a gate that the test never opened";
+      _open = true;
+      _cond.notify_all();
+    }
   }
   // Blocks the test until `count` workers wait (or passed) here.
   void AwaitArrivals(int count) {
@@ -59,6 +69,8 @@ struct end_record_t {
   int code;
   bool timedOut;
   vrex::errors::error_info_t info;
+  long operationStartTime;
+  long operationEndTime;
 };
 
 // What the probe tasks of one test write down. Main-thread fields are only touched there;
@@ -96,7 +108,8 @@ class ProbeTask : public Task {
     _journal->progressThreads.push_back(pthread_self());
   }
   void SignalWorkEnd(Napi::Env&, bool, int code, const vrex::errors::error_info_t* info) override {
-    _journal->ends.push_back({Id(), code, TimedOut(), info ? *info : vrex::errors::error_info_t{}});
+    _journal->ends.push_back({Id(), code, TimedOut(), info ? *info : vrex::errors::error_info_t{},
+                              OperationStartTime(), OperationEndTime()});
   }
   void Cancel() override { _journal->cancels.push_back(Id()); }
 
@@ -112,16 +125,9 @@ class ProbeTask : public Task {
   std::function<int(ProbeTask&)> _body;
 };
 
-// Runs the default loop until `done` holds. Fails when the loop has nothing left that could
-// make it hold.
-inline void RunLoopUntil(const std::function<bool()>& done) {
-  while (!done()) {
-    if (uv_run(uv_default_loop(), UV_RUN_ONCE) == 0 && !done()) {
-      ADD_FAILURE() << "the event loop ran dry before the condition held";
-      return;
-    }
-  }
-}
+// Runs the default loop until `done` holds, and returns without waiting for more once it
+// does. Fails when the loop has nothing left that could make it hold.
+void RunLoopUntil(const std::function<bool()>& done);
 
 // Runs the loop until nothing is left on it: every handle of every task closed and freed.
 inline void DrainLoop() { uv_run(uv_default_loop(), UV_RUN_DEFAULT); }

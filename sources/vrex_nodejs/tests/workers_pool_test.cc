@@ -142,14 +142,18 @@ TEST_F(WorkersPoolTest, ManagerSetsUpPoolsWithAFloorOfTwoOnChange) {
     unsigned long expected;
   };
   const step_t steps[] = {{1, 1}, {1, 2}, {7, 7}, {2, 2}, {1, 2}, {300, 300}};
+  // Pools are never removed: a name of its own for each run, which must begin with no pool.
+  static int run = 0;
+  const std::string name = "FloorTest" + std::to_string(run++);
   for (const step_t& step : steps) {
-    WorkersPoolsManager::SetupWorkersPool("FloorTest", step.requested);
-    WorkersPool* pool = WorkersPoolsManager::GetPool("FloorTest");
+    WorkersPoolsManager::SetupWorkersPool(name, step.requested);
+    WorkersPool* pool = WorkersPoolsManager::GetPool(name);
     ASSERT_NE(pool, nullptr);
     EXPECT_EQ(pool->MaxSize(), step.expected) << step.requested;
     EXPECT_EQ(pool->MaxPending(), 200u);
-    EXPECT_TRUE(CapturedLog::Contains("    WorkersPoolsManager::SetupWorkersPool workers pool `FloorTest` is set to " +
-                                      std::to_string(step.expected) + " concurrent workers and 200 pending tasks"));
+    EXPECT_TRUE(CapturedLog::Contains("    WorkersPoolsManager::SetupWorkersPool workers pool `" + name +
+                                      "` is set to " + std::to_string(step.expected) +
+                                      " concurrent workers and 200 pending tasks"));
     CapturedLog::Clear();
   }
 }

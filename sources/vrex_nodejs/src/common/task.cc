@@ -154,10 +154,11 @@ void Task::InternalWork() {
   SetThreadSelfName(threadName);
 
   const int64_t start = GetTimestampMicros();
+  // Stamped before the work: a timeout's answer, given while it runs, tells when it began.
+  _operationStartTime.store(static_cast<long>(start / 1000));
   _result = SignalWork();
   const int64_t end = GetTimestampMicros();
-  _operationStartTime = static_cast<long>(start / 1000);
-  _operationEndTime = static_cast<long>(end / 1000);
+  _operationEndTime.store(static_cast<long>(end / 1000));
   if (_result < 0) {
     const vrex::errors::error_info_t* info = vrex::errors::GetErrorInfo();
     _errorInfo.chain = info->chain;

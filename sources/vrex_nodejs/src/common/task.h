@@ -81,8 +81,9 @@ class Task : public std::enable_shared_from_this<Task> {
   bool TimedOut() const { return _timedOut.load(); }
   long ApiCallTime() const { return _apiCallTime; }
   void SetApiCallTime(long ms) { _apiCallTime = ms; }
-  long OperationStartTime() const { return _operationStartTime; }
-  long OperationEndTime() const { return _operationEndTime; }
+  // Set by the worker; a timeout's answer may read them while the work still runs.
+  long OperationStartTime() const { return _operationStartTime.load(); }
+  long OperationEndTime() const { return _operationEndTime.load(); }
   // Valid on the main thread once the run has ended.
   int Result() const { return _result; }
   const vrex::errors::error_info_t& ErrorInfo() const { return _errorInfo; }
@@ -119,8 +120,10 @@ class Task : public std::enable_shared_from_this<Task> {
   TaskCleaner* _cleaner = nullptr;  // not owned
   std::shared_ptr<async_callback_t> _completion;
   long _apiCallTime = 0;
-  long _operationStartTime = 0;
-  long _operationEndTime = 0;
+  // Written by the worker, the start before the work and the end after it; read on the main
+  // thread by a timeout's answer while the work runs.
+  std::atomic<long> _operationStartTime{0};
+  std::atomic<long> _operationEndTime{0};
   time_stats_t _timeStats;
   std::shared_ptr<TaskData> _taskData;
   const int _log;

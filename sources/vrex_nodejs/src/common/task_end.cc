@@ -28,14 +28,18 @@ void Task::SignalWorkEnd(Napi::Env& env, bool inJs, int code,
       result = object;
     }
     const long callbackTime = static_cast<long>(GetTimestampMillis());
+    // The end before the start: a timeout's answer may meet the worker stamping them, and a
+    // set end implies a set start.
+    const long operationEndTime = _operationEndTime.load();
+    const long operationStartTime = _operationStartTime.load();
     if (!object.IsEmpty()) {
       object.Set("id", Napi::Number::New(env, static_cast<double>(_id)));
       object.Set("name", Napi::String::New(env, _name));
       object.Set("poolName", Napi::String::New(env, _poolName));
       object.Set("timedOut", Napi::Boolean::New(env, _timedOut.load()));
       object.Set("apiCallTime", Napi::Number::New(env, static_cast<double>(_apiCallTime)));
-      object.Set("operationStartTime", Napi::Number::New(env, static_cast<double>(_operationStartTime)));
-      object.Set("operationEndTime", Napi::Number::New(env, static_cast<double>(_operationEndTime)));
+      object.Set("operationStartTime", Napi::Number::New(env, static_cast<double>(operationStartTime)));
+      object.Set("operationEndTime", Napi::Number::New(env, static_cast<double>(operationEndTime)));
       object.Set("callbackTime", Napi::Number::New(env, static_cast<double>(callbackTime)));
     }
     if (_log) {
