@@ -1,0 +1,77 @@
+// The tasks that copy content into a managed .vrx file:
+//   TaskVRXFileAppend       vrxFileAppend, on the "Append" pool (which only
+//                           setWorkersPoolsLimits makes: until then the task is dropped)
+//   TaskVRXFileCopyContent  vrxFileCopyContent, on the "Write" pool
+//
+// Result: { totalAppended }: the bytes added (append), or the space the selection took, 0
+// when nothing matched (copy). ERR_MEDIAFORMATS_NOT_ENOUGH_SPACE is the normal sign of a full
+// file and ERR_MEDIAFORMATS_DOUBLE_APPEND that of a source appended already; lock failures as
+// for every task.
+#pragma once
+
+#include <napi.h>
+
+#include <string>
+#include <vector>
+
+#include "common/base_js_params.h"
+#include "common/task.h"
+#include "mediaformats/vrx/vrx_format.h"
+
+namespace vrex {
+namespace nodejs {
+namespace vrxutils {
+
+// { srcFileName, dstFileName, createNewPartition?, fixedMetadata? (24 hex digits; absent or
+// not a string: zeros), dynamicMetadata? (its UTF-8 bytes as they stand) }. False without the
+// two names or with fixed metadata that is not 12 bytes of hex.
+class TaskVRXFileAppendParams : public common::BaseJSParams {
+ public:
+  std::string srcFileName;
+  std::string dstFileName;
+  bool createNewPartition = false;
+  unsigned char fixedMetadata[mediaformats::kFixedMetadataSize] = {0};
+  std::string dynamicMetadata;
+
+ protected:
+  bool ReadParameters(Napi::Object& parameters) override;
+};
+
+// { srcFileNames, dstFileName, wallClockStart, wallClockEnd }: all required, with
+// 0 <= wallClockStart <= wallClockEnd.
+class TaskVRXFileCopyContentParams : public common::BaseJSParams {
+ public:
+  std::vector<std::string> srcFileNames;
+  std::string dstFileName;
+  long wallClockStart = 0;
+  long wallClockEnd = 0;
+
+ protected:
+  bool ReadParameters(Napi::Object& parameters) override;
+};
+
+class TaskVRXFileAppend : public common::Task {
+ public:
+  TaskVRXFileAppend(Napi::Env& env, long id, const TaskVRXFileAppendParams& params);
+  int SignalWork() override;
+  void GetCallbackParamInfo(Napi::Object& result) override;
+
+ private:
+  const TaskVRXFileAppendParams _params;
+  long _totalAppended = 0;
+};
+
+class TaskVRXFileCopyContent : public common::Task {
+ public:
+  TaskVRXFileCopyContent(Napi::Env& env, long id, const TaskVRXFileCopyContentParams& params);
+  int SignalWork() override;
+  void GetCallbackParamInfo(Napi::Object& result) override;
+
+ private:
+  const TaskVRXFileCopyContentParams _params;
+  long _totalAppended = 0;
+};
+
+}  // namespace vrxutils
+}  // namespace nodejs
+}  // namespace vrex
