@@ -2,10 +2,11 @@
 // Exit statuses and the messages of failures that concern a recording file.
 const fs = require('fs');
 
-const EXIT = { done: 0, other: 1, usage: 2, missing: 3, notVrx: 4, locked: 5 };
+const EXIT = { done: 0, other: 1, usage: 2, missing: 3, notVrx: 4, locked: 5, full: 6 };
 const FILE_NOT_FOUND = 0x80000002 | 0;
 const TIMED_OUT = 0x80000004 | 0;
 const VRX_MODULE = 12;
+const NOT_ENOUGH_SPACE = 6;  // the code of a full VRX file in its module
 
 // A failure with the exit status it ends the command with.
 class CliError extends Error {
@@ -50,6 +51,9 @@ function fileFailure(file, error) {
         'descriptor opened for writing, and this user may not write it');
     }
     return new CliError(EXIT.locked, `${file}: locked by another process (gave up after 1.5 s)`);
+  }
+  if (first && first.module === VRX_MODULE && first.code === NOT_ENOUGH_SPACE) {
+    return new CliError(EXIT.full, `${file}: full: not enough free space (${error.message})`);
   }
   if (first && first.module === VRX_MODULE) {
     return new CliError(EXIT.notVrx, `${file}: not a VRX file, or damaged (${error.message})`);
