@@ -38,15 +38,18 @@ function checkRecordingPath(file) {
   if (!stat.isFile()) throw new CliError(EXIT.notVrx, `${file}: not a regular file, not a VRX file`);
 }
 
-// The CliError for a native error about `file`.
-function fileFailure(file, error) {
+// The CliError for a native error about `files` (one name, or the names of the files one call
+// worked on).
+function fileFailure(files, error) {
+  const names = [].concat(files);
+  const file = names.join(' or ');
   const first = error.errors && error.errors[0];
   const code = first ? first.full : 0;
   if (code === FILE_NOT_FOUND) return new CliError(EXIT.missing, `${file}: no such file`);
   if (code === TIMED_OUT) {
     // The lock is taken through a descriptor opened for writing: a file this user may only
     // read cannot be locked at all.
-    if (!writable(file)) {
+    if (!names.every(writable)) {
       return new CliError(EXIT.locked, `${file}: cannot be locked: vidora locks a recording through a ` +
         'descriptor opened for writing, and this user may not write it');
     }

@@ -8,6 +8,7 @@ const { runTask, ownFields } = require('./task');
 
 const INVALID_FILE_SIZE = 2;  // the code of a size no managed file may have, in the VRX module
 const FILE_NOT_FOUND = 0x80000002 | 0;
+const NO_PARTITION = 0x800c001d | 0;  // recover on a file without partitions
 
 // --from and --to, both required, as a closed range.
 function requiredRange(args) {
@@ -22,8 +23,9 @@ async function onFiles(files, fn, ...args) {
   try {
     return await runTask(fn, ...args);
   } catch (error) {
-    const failure = fileFailure(files.join(' or '), error);
-    throw failure.status === EXIT.full ? fileFailure(files[0], error) : failure;
+    const failure = fileFailure(files, error);
+    throw Object.assign(failure.status === EXIT.full ? fileFailure(files[0], error) : failure,
+      { code: error.errors && error.errors[0].full });
   }
 }
 
@@ -49,6 +51,9 @@ async function create(vidora, args, io) {
 }
 
 async function append(vidora, args, io) {
+  if (args.metadata !== undefined && !/^[0-9a-f]{24}$/i.test(args.metadata)) {
+    throw new UsageError('--metadata needs 24 hex digits (12 bytes)');
+  }
   const metadata = args.metadata === undefined ? {} : { fixedMetadata: args.metadata };
   // The pool of appends exists only once the application names it.
   vidora.setWorkersPoolsLimits({ Append: 1 });
@@ -81,6 +86,9 @@ async function recover(vidora, args, io) {
   try {
     result = await onFiles([args.file], vidora.vrxFileRecover, options);
   } catch (failure) {
+    if (!args.check && failure.code === NO_PARTITION) {
+      throw new CliError(EXIT.notVrx, `${args.file}: holds no partition, so nothing to recover`);
+    }
     if (args.check && failure.status === EXIT.notVrx) {
       throw new CliError(EXIT.notVrx, failure.message.replace('not a VRX file, or damaged', 'needs recover (or is no VRX file)'));
     }
