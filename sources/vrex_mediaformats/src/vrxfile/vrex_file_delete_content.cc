@@ -47,8 +47,7 @@ int VREXFileDeleteContent::ListPartitions(std::vector<delete_partition_bounds_t>
     LOGE << "<-# VREXFileDeleteContent::Work FAILED! Cant open file " << _path << " errno=" << code;
     return VREX_ERROR(::vrex::errors::SystemError(code));
   }
-  while (const partition_t* partition =
-             reader->ReadPartition(PARTITION_LAST_TIMESTAMP_VIDEO_AND_IMAGES, err)) {
+  while (const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
     if (partition->_seekPointsCount == 0) {
       LOGI << "    VREXFileDeleteContent::Work partition with no seek points. Skipping. offset="
            << partition->_offset;
@@ -65,8 +64,24 @@ int VREXFileDeleteContent::ListPartitions(std::vector<delete_partition_bounds_t>
   if (err < 0) {
     LOGE << "<-# VREXFileDeleteContent::Work FAILED! Cant read partition from " << _path
          << " err=" << err;
+    return err;
   }
-  return err;
+  // A last wall clock costs a walk of the partition's last GOP. Partitions lie in the order of
+  // their recordings, so one whose successor starts at or before the interval does not reach
+  // it, and its last wall clock plays no part: only the others are walked.
+  for (size_t i = 0; i < out.size(); ++i) {
+    if (i + 1 < out.size() && out[i + 1].firstWcMillis <= _wallClockStartMillis) continue;
+    std::unique_ptr<ReaderVREX> one = ReaderVREX::Create(nullptr, _path.c_str(), true, out[i].offset, out[i].size, err);
+    const partition_t* partition =
+        one ? one->ReadPartition(PARTITION_LAST_TIMESTAMP_VIDEO_AND_IMAGES, err) : nullptr;
+    if (partition == nullptr) {
+      LOGE << "<-# VREXFileDeleteContent::Work FAILED! Cant read partition from " << _path
+           << " at offset " << out[i].offset << " err=" << err;
+      return err < 0 ? err : VREX_ERROR(ERR_MEDIAFORMATS_DELETE_PARTITION);
+    }
+    out[i]._lastWcMillis = partition->_lastWallClockMillis;
+  }
+  return 0;
 }
 
 void VREXFileDeleteContent::TracePartitions(const std::vector<delete_partition_bounds_t>& partitions,

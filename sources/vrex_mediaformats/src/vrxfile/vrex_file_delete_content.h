@@ -44,7 +44,7 @@ struct delete_partition_bounds_t {
   long offset = -1;
   long size = -1;
   long firstWcMillis = -1;  // its first seek point
-  long _lastWcMillis = -1;  // its last video or image frame
+  long _lastWcMillis = -1;  // its last video or image frame; -1 where it cannot matter
 };
 
 class VREXFileDeleteContent {
@@ -74,7 +74,7 @@ class VREXFileDeleteContent {
 
  private:
   // Collects the partitions from the start of the file up to the first one at or after the
-  // interval's end.
+  // interval's end, with the last wall clocks of those that may reach the interval.
   int ListPartitions(std::vector<delete_partition_bounds_t>& out);
   void TracePartitions(const std::vector<delete_partition_bounds_t>& partitions, size_t start,
                        size_t end) const;
