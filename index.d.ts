@@ -533,6 +533,7 @@ export function vrxFileClose(fileName: string, callback: TaskCallback<{}>): numb
  * @returns the task id.
  * @throws Error "<-# FAILED! callback_vrxFileRecover Invalid parameters" for other arguments.
  */
+export function vrxFileRecover(options: VrxFileRecoverOptions & { check: true }, callback: TaskCallback<{}>): number;
 export function vrxFileRecover(fileName: string | VrxFileRecoverOptions,
   callback: TaskCallback<{ lastPartitionInfo: VrxLastPartitionInfo }>): number;
 

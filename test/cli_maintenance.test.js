@@ -56,23 +56,6 @@ test('the walk-through of the README runs as written', () => {
   assert.strictEqual(fs.statSync(path.join(dir, 'recording.vrx')).size, 16 << 20);
 });
 
-test('the segments are the sample\'s partitions, frame for frame', async () => {
-  const sample = (await ok(vidora.vrxFileListFrames, path.join(ROOT, 'samples', 'sample.vrx'))).frames;
-  const sampleBytes = fs.readFileSync(path.join(ROOT, 'samples', 'sample.vrx'));
-  const segments = [];
-  for (const n of [1, 2, 3]) {
-    const bytes = fs.readFileSync(segment(n));
-    const { frames } = await ok(vidora.vrxFileListFrames, segment(n));
-    segments.push(...frames.map((f) => ({ ...f, payload: bytes.subarray(f.offset, f.offset + f.length) })));
-  }
-  assert.strictEqual(segments.length, sample.length);
-  segments.forEach((f, i) => {
-    const s = sample[i];
-    assert.deepStrictEqual([f.trackId, f.isKeyFrame, f.timestamp, f.clockSync], [s.trackId, s.isKeyFrame, s.timestamp, s.clockSync], `frame ${i}`);
-    assert.ok(f.payload.equals(sampleBytes.subarray(s.offset, s.offset + s.length)), `payload of frame ${i}`);
-  });
-});
-
 test('each command prints its text, and with --json what its function gives', async () => {
   vidora.setWorkersPoolsLimits({ Append: 1 });
   const a = path.join(dir, 'a.vrx'), b = path.join(dir, 'b.vrx');

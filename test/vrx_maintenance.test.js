@@ -191,14 +191,6 @@ test('a cut leaves the frames outside it, in a file of the same size', async () 
   assert.strictEqual(left.length, 2);
   assert.deepStrictEqual(left[0].seekPoints, partitions[1].seekPoints.slice(1));
   assert.strictEqual(left[0].fullBounds.length, partitions[1].fullBounds.length - 16);
-  // A tail from a video frame: it goes with all after it, the audio before it stays.
-  const lastVideo = after.filter((f) => f.trackId === 7 && f.offset < left[0].contentsBounds.offset + left[0].contentsBounds.length);
-  const from = lastVideo[lastVideo.length - 5];
-  const wallClock = from.clockSync.wallClock.value / 90 + (from.timestamp.dts.value - from.clockSync.streamClock.value) / 90;
-  await ok(vidora.vrxFileDeleteContent, { fileNames: [file], wallClockStart: Math.round(wallClock), wallClockEnd: Math.round(wallClock) + 200 });
-  const cut = await framesOf(file);
-  const tailEnd = left[0].contentsBounds.offset + left[0].contentsBounds.length;
-  assert.deepStrictEqual(cut.map(identity), after.filter((f) => f.offset < from.offset || f.offset >= tailEnd).map(identity));
   // Nothing named, nothing done; a range over nothing changes nothing.
   await ok(vidora.vrxFileDeleteContent, { fileNames: [], wallClockStart: 0, wallClockEnd: 1 });
   const bytes = fs.readFileSync(file);

@@ -39,8 +39,18 @@ bool TaskVRXFileCopyContentParams::ReadParameters(Napi::Object& parameters) {
          ReadWallClockRange(reader, wallClockStart, wallClockEnd);
 }
 
+void TaskVRXFileAdding::GetCallbackParamInfo(Napi::Object& result) {
+  result.Set("totalAppended", Napi::Number::New(result.Env(), static_cast<double>(_totalAppended)));
+}
+
+int TaskVRXFileAdding::Result(long bytes) {
+  if (bytes < 0) return static_cast<int>(bytes);
+  _totalAppended = bytes;
+  return 0;
+}
+
 TaskVRXFileAppend::TaskVRXFileAppend(Napi::Env& env, long id, const TaskVRXFileAppendParams& params)
-    : Task(env, id, "vrxFileAppend", "Append", false, -1, params.CallbackInfo()), _params(params) {}
+    : TaskVRXFileAdding(env, id, "vrxFileAppend", "Append", false, -1, params.CallbackInfo()), _params(params) {}
 
 int TaskVRXFileAppend::SignalWork() {
   const int64_t start = common::GetTimestampMillis();
@@ -64,18 +74,13 @@ int TaskVRXFileAppend::SignalWork() {
          << _params.dstFileName << " new=" << _params.createNewPartition << " res=" << added
          << " lock " << locked - start << " ms append " << common::GetTimestampMillis() - locked << " ms";
   }
-  if (added < 0) return static_cast<int>(added);
-  _totalAppended = added;
-  return 0;
-}
-
-void TaskVRXFileAppend::GetCallbackParamInfo(Napi::Object& result) {
-  result.Set("totalAppended", Napi::Number::New(result.Env(), static_cast<double>(_totalAppended)));
+  return Result(added);
 }
 
 TaskVRXFileCopyContent::TaskVRXFileCopyContent(Napi::Env& env, long id,
                                                const TaskVRXFileCopyContentParams& params)
-    : Task(env, id, "vrxFileCopyContent", "Write", false, -1, params.CallbackInfo()), _params(params) {}
+    : TaskVRXFileAdding(env, id, "vrxFileCopyContent", "Write", false, -1, params.CallbackInfo()),
+      _params(params) {}
 
 int TaskVRXFileCopyContent::SignalWork() {
   std::vector<VrxFileLocks::file_t> files;
@@ -88,15 +93,8 @@ int TaskVRXFileCopyContent::SignalWork() {
     LOGE << "<-# TaskVRXFileCopyContent::SignalWork FAILED! Could not lock " << failed << " err=" << err;
     return err;
   }
-  const long required = VREXFileUtils::VRXFileCopy(_params.srcFileNames, _params.wallClockStart,
-                                                   _params.wallClockEnd, _params.dstFileName);
-  if (required < 0) return static_cast<int>(required);
-  _totalAppended = required;
-  return 0;
-}
-
-void TaskVRXFileCopyContent::GetCallbackParamInfo(Napi::Object& result) {
-  result.Set("totalAppended", Napi::Number::New(result.Env(), static_cast<double>(_totalAppended)));
+  return Result(VREXFileUtils::VRXFileCopy(_params.srcFileNames, _params.wallClockStart,
+                                           _params.wallClockEnd, _params.dstFileName));
 }
 
 }  // namespace vrxutils

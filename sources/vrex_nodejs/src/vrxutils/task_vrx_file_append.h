@@ -50,26 +50,36 @@ class TaskVRXFileCopyContentParams : public common::BaseJSParams {
   bool ReadParameters(Napi::Object& parameters) override;
 };
 
-class TaskVRXFileAppend : public common::Task {
+// What both report: { totalAppended }.
+class TaskVRXFileAdding : public common::Task {
  public:
-  TaskVRXFileAppend(Napi::Env& env, long id, const TaskVRXFileAppendParams& params);
-  int SignalWork() override;
+  using common::Task::Task;
   void GetCallbackParamInfo(Napi::Object& result) override;
 
+ protected:
+  // Keeps a byte count as the result, or passes a failure on.
+  int Result(long bytes);
+
  private:
-  const TaskVRXFileAppendParams _params;
   long _totalAppended = 0;
 };
 
-class TaskVRXFileCopyContent : public common::Task {
+class TaskVRXFileAppend : public TaskVRXFileAdding {
+ public:
+  TaskVRXFileAppend(Napi::Env& env, long id, const TaskVRXFileAppendParams& params);
+  int SignalWork() override;
+
+ private:
+  const TaskVRXFileAppendParams _params;
+};
+
+class TaskVRXFileCopyContent : public TaskVRXFileAdding {
  public:
   TaskVRXFileCopyContent(Napi::Env& env, long id, const TaskVRXFileCopyContentParams& params);
   int SignalWork() override;
-  void GetCallbackParamInfo(Napi::Object& result) override;
 
  private:
   const TaskVRXFileCopyContentParams _params;
-  long _totalAppended = 0;
 };
 
 }  // namespace vrxutils

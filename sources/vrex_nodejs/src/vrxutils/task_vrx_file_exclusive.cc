@@ -11,17 +11,17 @@ namespace vrxutils {
 
 using mediaformats::VREXFileUtils;
 
-TaskVRXFileExclusive::TaskVRXFileExclusive(Napi::Env& env, long id, const char* name,
+TaskVRXFileExclusive::TaskVRXFileExclusive(Napi::Env& env, long id, const char* name, const char* owner,
                                            const std::string& fileName,
                                            const common::async_callback_info_t& completion)
-    : Task(env, id, name, "Write", false, -1, completion), _fileName(fileName) {}
+    : Task(env, id, name, "Write", false, -1, completion), _owner(owner), _fileName(fileName) {}
 
 int TaskVRXFileExclusive::SignalWork() {
-  VrxFileLocks locks(Name().c_str());
+  VrxFileLocks locks(_owner);
   std::string failed;
   const int err = locks.Lock({{_fileName, false, false}}, false, failed);
   if (err < 0) {
-    LOGE << "<-# Task" << Name() << "::SignalWork FAILED! Could not lock " << _fileName << " err=" << err;
+    LOGE << "<-# " << _owner << "::SignalWork FAILED! Could not lock " << _fileName << " err=" << err;
     return err;
   }
   return Work();
@@ -29,7 +29,7 @@ int TaskVRXFileExclusive::SignalWork() {
 
 TaskVRXFileClear::TaskVRXFileClear(Napi::Env& env, long id, const std::string& fileName,
                                    bool zeroFill, const common::async_callback_info_t& completion)
-    : TaskVRXFileExclusive(env, id, "vrxFileClear", fileName, completion), _zeroFill(zeroFill) {}
+    : TaskVRXFileExclusive(env, id, "vrxFileClear", "TaskVRXFileClear", fileName, completion), _zeroFill(zeroFill) {}
 
 int TaskVRXFileClear::Work() {
   const int res = VREXFileUtils::VRXFileClear(_fileName, _zeroFill);
@@ -39,14 +39,14 @@ int TaskVRXFileClear::Work() {
 
 TaskVRXFileClose::TaskVRXFileClose(Napi::Env& env, long id, const std::string& fileName,
                                    const common::async_callback_info_t& completion)
-    : TaskVRXFileExclusive(env, id, "vrxFileClose", fileName, completion) {}
+    : TaskVRXFileExclusive(env, id, "vrxFileClose", "TaskVRXFileClose", fileName, completion) {}
 
 int TaskVRXFileClose::Work() { return VREXFileUtils::VRXFileClose(_fileName); }
 
 TaskVRXFileRecover::TaskVRXFileRecover(Napi::Env& env, long id, const std::string& fileName,
                                        const options_t& options,
                                        const common::async_callback_info_t& completion)
-    : TaskVRXFileExclusive(env, id, "vrxFileRecover", fileName, completion), _options(options) {}
+    : TaskVRXFileExclusive(env, id, "vrxFileRecover", "TaskVRXFileRecover", fileName, completion), _options(options) {}
 
 int TaskVRXFileRecover::Work() {
   if (_options.checkOnly) return VREXFileUtils::VRXFileCheckPartitions(_fileName);

@@ -22,13 +22,15 @@ namespace vrxutils {
 
 class TaskVRXFileExclusive : public common::Task {
  public:
-  TaskVRXFileExclusive(Napi::Env& env, long id, const char* name, const std::string& fileName,
-                       const common::async_callback_info_t& completion);
+  // `name` is the function's, `owner` the class's, for the log.
+  TaskVRXFileExclusive(Napi::Env& env, long id, const char* name, const char* owner,
+                       const std::string& fileName, const common::async_callback_info_t& completion);
   // Locks, Work(), unlocks.
   int SignalWork() final;
 
  protected:
   virtual int Work() = 0;
+  const char* _owner;
   const std::string _fileName;
 };
 
