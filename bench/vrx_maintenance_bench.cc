@@ -36,13 +36,19 @@ constexpr long k4GiB = 1L << 32;
 constexpr long kHourMillis = 3600 * 1000;
 constexpr long kStart = 1763800000000L;
 
-// Bytes read and written by this process so far, as the kernel counts them.
-long TouchedSoFar() {
+// Bytes read and written by this process so far, and the calls that did it, as the kernel
+// counts them.
+struct io_t {
+  long bytes = 0, calls = 0;
+};
+io_t TouchedSoFar() {
   std::ifstream io("/proc/self/io");
   std::string key;
-  long value = 0, total = 0;
+  long value = 0;
+  io_t total;
   while (io >> key >> value) {
-    if (key == "rchar:" || key == "wchar:") total += value;
+    if (key == "rchar:" || key == "wchar:") total.bytes += value;
+    if (key == "syscr:" || key == "syscw:") total.calls += value;
   }
   return total;
 }
@@ -133,14 +139,13 @@ const std::map<std::string, long>& Touched() {
     Day();  // made before anything is counted
     std::map<std::string, long> counts;
     for (const operation_t& op : kOperations) {
-      const long before = TouchedSoFar();
+      const io_t before = TouchedSoFar();
       if (op.run() < 0) abort();
-      counts[op.group] = TouchedSoFar() - before;
+      const io_t after = TouchedSoFar();
+      counts[op.group] = after.bytes - before.bytes;
+      printf("%-20s touches %9ld bytes (%.4f%% of the file) in %ld reads and writes\n", op.group,
+             after.bytes - before.bytes, 100.0 * (after.bytes - before.bytes) / k4GiB, after.calls - before.calls);
       if (op.changes) Undo();
-    }
-    for (const auto& count : counts) {
-      printf("%-20s touches %9ld bytes (%.4f%% of the file)\n", count.first.c_str(), count.second,
-             100.0 * count.second / k4GiB);
     }
     return counts;
   }();
