@@ -65,7 +65,7 @@ test('each command prints its text, and with --json what its function gives', as
     [['append', 'FILE', segment(1), '--new-partition', '--metadata', '0000000000000000000000ab'],
       /^FILE: appended .*segment-1\.vrx, 56484 bytes, as a new partition\n$/,
       (f) => ok(vidora.vrxFileAppend, { srcFileName: segment(1), dstFileName: f, createNewPartition: true, fixedMetadata: '0000000000000000000000ab' })],
-    [['append', 'FILE', segment(2)], /^FILE: appended .*segment-2\.vrx, \d+ bytes, onto the last partition\n$/,
+    [['append', 'FILE', segment(2)], /^FILE: appended .*segment-2\.vrx, \d+ bytes, onto the last partition \(a new one in a file without\)\n$/,
       (f) => ok(vidora.vrxFileAppend, { srcFileName: segment(2), dstFileName: f })],
     [['cut', 'FILE', '--from', '0', '--to', `${T0 + 1000}`],
       /^FILE: cut 1970-01-01 00:00:00\.000 \.\. 2026-01-01 00:00:01\.000 UTC \(0 \.\. 1767225601000\)\n$/,

@@ -60,7 +60,7 @@ async function append(vidora, args, io) {
   const result = await onFiles([args.dst, args.src], vidora.vrxFileAppend,
     { srcFileName: args.src, dstFileName: args.dst, createNewPartition: Boolean(args['new-partition']), ...metadata });
   print(io, args.json, result, [`${args.dst}: appended ${args.src}, ${result.totalAppended} bytes, ` +
-    (args['new-partition'] ? 'as a new partition' : 'onto the last partition')]);
+    (args['new-partition'] ? 'as a new partition' : 'onto the last partition (a new one in a file without)')]);
 }
 
 async function cut(vidora, args, io) {
