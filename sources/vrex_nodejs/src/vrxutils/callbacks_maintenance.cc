@@ -25,9 +25,17 @@ common::async_callback_info_t Completion(const Napi::CallbackInfo& info, size_t 
   return {env, info[index], env, info.This()};
 }
 
-// (fileName, callback) exactly.
-bool IsFileNameCall(const Napi::CallbackInfo& info) {
-  return info.Length() == 2 && info[0].IsString() && info[1].IsFunction();
+// (fileName, callback): exactly, or with more arguments after them unless `exact`.
+template <typename TaskT>
+Napi::Value EnqueueWithFileName(const Napi::CallbackInfo& info, const char* function, bool exact) {
+  Napi::Env env = info.Env();
+  const bool counted = exact ? info.Length() == 2 : info.Length() >= 2;
+  if (!counted || !info[0].IsString() || !info[1].IsFunction()) {
+    ThrowInvalidParameters(env, function);
+    return env.Null();
+  }
+  return EnqueueTask(env, std::make_shared<TaskT>(env, common::Task::GenerateId(),
+                                                  info[0].As<Napi::String>().Utf8Value(), Completion(info, 1)));
 }
 
 // (parameter object, callback) exactly, and the object as `params` reads it.
@@ -60,14 +68,7 @@ void ThrowInvalidParameters(Napi::Env env, const char* function) {
 }
 
 Napi::Value callback_statvfs(const Napi::CallbackInfo& info) {
-  Napi::Env env = info.Env();
-  if (info.Length() < 2 || !info[0].IsString() || !info[1].IsFunction()) {
-    ThrowInvalidParameters(env, "callback_statvfs");
-    return env.Null();
-  }
-  return EnqueueTask(env, std::make_shared<TaskStatvfs>(env, common::Task::GenerateId(),
-                                                        info[0].As<Napi::String>().Utf8Value(),
-                                                        Completion(info, 1)));
+  return EnqueueWithFileName<TaskStatvfs>(info, "callback_statvfs", false);
 }
 
 Napi::Value callback_nop(const Napi::CallbackInfo& info) {
@@ -123,14 +124,7 @@ Napi::Value callback_vrxFileClear(const Napi::CallbackInfo& info) {
 }
 
 Napi::Value callback_vrxFileClose(const Napi::CallbackInfo& info) {
-  Napi::Env env = info.Env();
-  if (!IsFileNameCall(info)) {
-    ThrowInvalidParameters(env, "callback_vrxFileClose");
-    return env.Null();
-  }
-  return EnqueueTask(env, std::make_shared<TaskVRXFileClose>(env, common::Task::GenerateId(),
-                                                             info[0].As<Napi::String>().Utf8Value(),
-                                                             Completion(info, 1)));
+  return EnqueueWithFileName<TaskVRXFileClose>(info, "callback_vrxFileClose", true);
 }
 
 Napi::Value callback_vrxFileRecover(const Napi::CallbackInfo& info) {

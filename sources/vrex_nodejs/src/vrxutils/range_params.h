@@ -9,10 +9,16 @@ namespace vrex {
 namespace nodejs {
 namespace vrxutils {
 
-inline bool ReadWallClockRange(common::PropertyReader& reader, long& start, long& end) {
-  return reader.ReadInteger("wallClockStart", &start) != nullptr &&
-         reader.ReadInteger("wallClockEnd", &end) != nullptr && start >= 0 && start <= end;
-}
+struct wall_clock_range_t {
+  long wallClockStart = 0;
+  long wallClockEnd = 0;
+
+  bool ReadRange(common::PropertyReader& reader) {
+    return reader.ReadInteger("wallClockStart", &wallClockStart) != nullptr &&
+           reader.ReadInteger("wallClockEnd", &wallClockEnd) != nullptr && wallClockStart >= 0 &&
+           wallClockStart <= wallClockEnd;
+  }
+};
 
 }  // namespace vrxutils
 }  // namespace nodejs

@@ -9,7 +9,6 @@
 #include "common/property_reader.h"
 #include "mediaformats/vrx/vrex_file_utils.h"
 #include "vrxutils/hex_text.h"
-#include "vrxutils/range_params.h"
 #include "vrxutils/vrx_file_locks.h"
 
 namespace vrex {
@@ -35,8 +34,7 @@ bool TaskVRXFileAppendParams::ReadParameters(Napi::Object& parameters) {
 bool TaskVRXFileCopyContentParams::ReadParameters(Napi::Object& parameters) {
   common::PropertyReader reader(parameters);
   return reader.ReadStrings("srcFileNames", &srcFileNames) != nullptr &&
-         reader.ReadString("dstFileName", &dstFileName) != nullptr &&
-         ReadWallClockRange(reader, wallClockStart, wallClockEnd);
+         reader.ReadString("dstFileName", &dstFileName) != nullptr && ReadRange(reader);
 }
 
 void TaskVRXFileAdding::GetCallbackParamInfo(Napi::Object& result) {
@@ -50,7 +48,7 @@ int TaskVRXFileAdding::Result(long bytes) {
 }
 
 TaskVRXFileAppend::TaskVRXFileAppend(Napi::Env& env, long id, const TaskVRXFileAppendParams& params)
-    : TaskVRXFileAdding(env, id, "vrxFileAppend", "Append", false, -1, params.CallbackInfo()), _params(params) {}
+    : TaskWithParams(env, id, "vrxFileAppend", "Append", params) {}
 
 int TaskVRXFileAppend::SignalWork() {
   const int64_t start = common::GetTimestampMillis();
@@ -79,8 +77,7 @@ int TaskVRXFileAppend::SignalWork() {
 
 TaskVRXFileCopyContent::TaskVRXFileCopyContent(Napi::Env& env, long id,
                                                const TaskVRXFileCopyContentParams& params)
-    : TaskVRXFileAdding(env, id, "vrxFileCopyContent", "Write", false, -1, params.CallbackInfo()),
-      _params(params) {}
+    : TaskWithParams(env, id, "vrxFileCopyContent", "Write", params) {}
 
 int TaskVRXFileCopyContent::SignalWork() {
   std::vector<VrxFileLocks::file_t> files;

@@ -17,6 +17,8 @@
 #include "common/base_js_params.h"
 #include "common/task.h"
 #include "mediaformats/vrx/vrx_format.h"
+#include "vrxutils/range_params.h"
+#include "vrxutils/task_with_params.h"
 
 namespace vrex {
 namespace nodejs {
@@ -39,12 +41,10 @@ class TaskVRXFileAppendParams : public common::BaseJSParams {
 
 // { srcFileNames, dstFileName, wallClockStart, wallClockEnd }: all required, with
 // 0 <= wallClockStart <= wallClockEnd.
-class TaskVRXFileCopyContentParams : public common::BaseJSParams {
+class TaskVRXFileCopyContentParams : public common::BaseJSParams, public wall_clock_range_t {
  public:
   std::vector<std::string> srcFileNames;
   std::string dstFileName;
-  long wallClockStart = 0;
-  long wallClockEnd = 0;
 
  protected:
   bool ReadParameters(Napi::Object& parameters) override;
@@ -64,22 +64,16 @@ class TaskVRXFileAdding : public common::Task {
   long _totalAppended = 0;
 };
 
-class TaskVRXFileAppend : public TaskVRXFileAdding {
+class TaskVRXFileAppend : public TaskWithParams<TaskVRXFileAppendParams, TaskVRXFileAdding> {
  public:
   TaskVRXFileAppend(Napi::Env& env, long id, const TaskVRXFileAppendParams& params);
   int SignalWork() override;
-
- private:
-  const TaskVRXFileAppendParams _params;
 };
 
-class TaskVRXFileCopyContent : public TaskVRXFileAdding {
+class TaskVRXFileCopyContent : public TaskWithParams<TaskVRXFileCopyContentParams, TaskVRXFileAdding> {
  public:
   TaskVRXFileCopyContent(Napi::Env& env, long id, const TaskVRXFileCopyContentParams& params);
   int SignalWork() override;
-
- private:
-  const TaskVRXFileCopyContentParams _params;
 };
 
 }  // namespace vrxutils

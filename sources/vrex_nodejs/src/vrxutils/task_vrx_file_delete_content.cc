@@ -4,7 +4,6 @@
 #include "abstraction/logging.h"
 #include "common/clock.h"
 #include "mediaformats/vrx/vrex_file_utils.h"
-#include "vrxutils/range_params.h"
 #include "vrxutils/vrx_file_locks.h"
 
 namespace vrex {
@@ -14,13 +13,12 @@ namespace vrxutils {
 bool TaskVRXFileDeleteContentParams::ReadParameters(Napi::Object& parameters) {
   common::PropertyReader reader(parameters);
   reader.ReadBoolean("fillWithZeros", &fillWithZeros);
-  return reader.ReadStrings("fileNames", &fileNames) != nullptr &&
-         ReadWallClockRange(reader, wallClockStart, wallClockEnd);
+  return reader.ReadStrings("fileNames", &fileNames) != nullptr && ReadRange(reader);
 }
 
 TaskVRXFileDeleteContent::TaskVRXFileDeleteContent(Napi::Env& env, long id,
                                                    const TaskVRXFileDeleteContentParams& params)
-    : Task(env, id, "vrxFileDeleteContent", "Write", false, -1, params.CallbackInfo()), _params(params) {}
+    : TaskWithParams(env, id, "vrxFileDeleteContent", "Write", params) {}
 
 int TaskVRXFileDeleteContent::SignalWork() {
   for (const std::string& file : _params.fileNames) {

@@ -11,7 +11,8 @@
 #include <vector>
 
 #include "common/base_js_params.h"
-#include "common/task.h"
+#include "vrxutils/range_params.h"
+#include "vrxutils/task_with_params.h"
 
 namespace vrex {
 namespace nodejs {
@@ -19,24 +20,19 @@ namespace vrxutils {
 
 // { fileNames, wallClockStart, wallClockEnd, fillWithZeros? }: the names (possibly none) and
 // the range required, with 0 <= wallClockStart <= wallClockEnd.
-class TaskVRXFileDeleteContentParams : public common::BaseJSParams {
+class TaskVRXFileDeleteContentParams : public common::BaseJSParams, public wall_clock_range_t {
  public:
   std::vector<std::string> fileNames;
-  long wallClockStart = 0;
-  long wallClockEnd = 0;
   bool fillWithZeros = false;
 
  protected:
   bool ReadParameters(Napi::Object& parameters) override;
 };
 
-class TaskVRXFileDeleteContent : public common::Task {
+class TaskVRXFileDeleteContent : public TaskWithParams<TaskVRXFileDeleteContentParams> {
  public:
   TaskVRXFileDeleteContent(Napi::Env& env, long id, const TaskVRXFileDeleteContentParams& params);
   int SignalWork() override;
-
- private:
-  const TaskVRXFileDeleteContentParams _params;
 };
 
 }  // namespace vrxutils

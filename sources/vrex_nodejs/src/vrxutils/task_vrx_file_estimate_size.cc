@@ -34,7 +34,7 @@ bool TaskVRXFileEstimateSizeParams::ReadParameters(Napi::Object& parameters) {
 
 TaskVRXFileEstimateSize::TaskVRXFileEstimateSize(Napi::Env& env, long id,
                                                  const TaskVRXFileEstimateSizeParams& params)
-    : Task(env, id, "vrxFileEstimateSize", "Serve", false, -1, params.CallbackInfo()), _params(params) {}
+    : TaskWithParams(env, id, "vrxFileEstimateSize", "Serve", params) {}
 
 int TaskVRXFileEstimateSize::SignalWork() {
   const int64_t start = common::GetTimestampMillis();

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "common/base_js_params.h"
-#include "common/task.h"
 #include "mediaformats/vrx/reader_vrex.h"
+#include "vrxutils/task_with_params.h"
 
 namespace vrex {
 namespace nodejs {
@@ -37,7 +37,7 @@ class TaskVRXFileEstimateSizeParams : public common::BaseJSParams {
   bool ReadParameters(Napi::Object& parameters) override;
 };
 
-class TaskVRXFileEstimateSize : public common::Task {
+class TaskVRXFileEstimateSize : public TaskWithParams<TaskVRXFileEstimateSizeParams> {
  public:
   TaskVRXFileEstimateSize(Napi::Env& env, long id, const TaskVRXFileEstimateSizeParams& params);
   int SignalWork() override;
@@ -47,7 +47,6 @@ class TaskVRXFileEstimateSize : public common::Task {
   int EstimateRange(mediaformats::ReaderVREX& reader);
   int EstimateKeyFrameSize(mediaformats::ReaderVREX& reader);
 
-  const TaskVRXFileEstimateSizeParams _params;
   long _estimatedSize = 0;
 };
 
