@@ -516,6 +516,178 @@ export function vrxFileListPartitions(fileName: string,
 export function vrxFileListFragments(params: VrxFileListFragmentsParams,
   callback: TaskCallback<{ fragments: VrxFragment[] }>): number;
 
+/** Options of vrxFileClear. */
+export interface VrxFileClearOptions {
+  fileName: string;
+  /** Ask the file system to zero the bytes as well (where it cannot, they stay). Default false. */
+  zeroFill?: boolean;
+}
+
+/**
+ * Options of vrxFileRecover, beyond the plain repair that the file name alone asks for.
+ */
+export interface VrxFileRecoverOptions {
+  fileName: string;
+  /**
+   * Beyond the standard repair: also keep the whole frames of a tail partition that a crash
+   * tore (its header intact), with a fresh footer, where the repair drops it. Default false.
+   */
+  salvage?: boolean;
+  /**
+   * Beyond the standard repair: only walk the partitions, change nothing; the callback gets
+   * the error the walk stops with when the file needs recover, else a result without
+   * `lastPartitionInfo`. Default false.
+   */
+  check?: boolean;
+}
+
+/** What recover kept last. */
+export interface VrxLastPartitionInfo {
+  bounds: VrxBounds;
+  /** The 12 bytes of fixed metadata as 24 lowercase hex digits. */
+  fixedMetadata: string;
+  /** Wall clock (ms) of its first seek point. */
+  startMillis: number;
+  /** Wall clock (ms) of its last frame. */
+  endMillis: number;
+}
+
+export interface VrxFileAppendParams {
+  /** A finished .vrx file, as a recorder leaves it (or any file of partitions). */
+  srcFileName: string;
+  /** A managed file (see vrxFileCreate). */
+  dstFileName: string;
+  /** Start a new partition rather than grow the last one. Default false; a file without partitions always gets one. */
+  createNewPartition?: boolean;
+  /** 12 bytes for a new partition's header as 24 hex digits; absent: zeros. */
+  fixedMetadata?: string;
+  /** Stored in a new partition's header as its UTF-8 bytes. */
+  dynamicMetadata?: string;
+}
+
+export interface VrxFileCopyContentParams {
+  /** Read as one, in order. */
+  srcFileNames: string[];
+  /** A managed file. */
+  dstFileName: string;
+  /** Wall clock in ms, 0 or more. */
+  wallClockStart: number;
+  /** Wall clock in ms, not before wallClockStart. */
+  wallClockEnd: number;
+}
+
+export interface VrxFileDeleteContentParams {
+  /** Managed files, each cut in turn; none is fine. */
+  fileNames: string[];
+  /** Wall clock in ms, 0 or more. */
+  wallClockStart: number;
+  /** Wall clock in ms, not before wallClockStart; both ends are included. */
+  wallClockEnd: number;
+  /** Zero the freed bytes (a wish: where the file system cannot, they stay). Default false. */
+  fillWithZeros?: boolean;
+}
+
+export interface VrxFileEstimateSizeParams {
+  /** One or several files read as one stream. */
+  srcFileNames: string[];
+  /** Wall clock in ms. */
+  wallClockStart: number;
+  /** Wall clock in ms; below 1: to the end of the data. */
+  wallClockEnd?: number;
+  /** The average size of the key frames at or before ten points of the range instead. */
+  getAvgKFrameSize?: boolean;
+}
+
+/**
+ * Makes `fileName` a managed .vrx file of `size` bytes (at least 1,048,576 and a multiple of
+ * 4,096), all free space, reserved with fallocate where the file system has it; an existing
+ * file is refilled. On the "Write" pool, without locks. A wrong size calls back with
+ * 0x800C0002 ("The specified file size is too small or is not a multiple of 4096").
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileCreate Invalid parameters" for other arguments.
+ */
+export function vrxFileCreate(fileName: string, size: number, callback: TaskCallback<{}>): number;
+
+/**
+ * Turns a managed file back into free space, on the "Write" pool, under exclusive locks.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileClear No parameters", "... First parameter type is
+ *   not string or object", "... Options do not contain fileName parameter", "... Second
+ *   parameter type is not function".
+ */
+export function vrxFileClear(fileName: string | VrxFileClearOptions, callback: TaskCallback<{}>): number;
+
+/**
+ * Drops this process's cached appender of the file (its descriptors close), on the "Write"
+ * pool, under exclusive locks. A file without one is fine.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileClose Invalid parameters" for other arguments.
+ */
+export function vrxFileClose(fileName: string, callback: TaskCallback<{}>): number;
+
+/**
+ * Repairs a managed file after a crash, on the "Write" pool, under exclusive locks: seek
+ * tables rebuilt from the frames, everything up to the last sound frame of the last readable
+ * partition kept, the rest given back to free space. A file without partitions calls back
+ * with 0x800C001D and stays as it is. The options form adds `salvage` and `check`, beyond the
+ * standard behaviour.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileRecover Invalid parameters" for other arguments.
+ */
+export function vrxFileRecover(options: VrxFileRecoverOptions & { check: true }, callback: TaskCallback<{}>): number;
+export function vrxFileRecover(fileName: string | VrxFileRecoverOptions,
+  callback: TaskCallback<{ lastPartitionInfo: VrxLastPartitionInfo }>): number;
+
+/**
+ * Appends all of a finished file to a managed file, on the "Append" pool, which exists only
+ * once setWorkersPoolsLimits has named it (until then the task is dropped and never calls
+ * back). The source is locked shared within this process and exclusively against others, the
+ * destination exclusively. A source is appended once: the same path again within an hour,
+ * while it exists, calls back with 0x800C001E ("Double VRX file append detected"); a full
+ * file with 0x800C0006 ("Not enough space to store the contents"), a source without a clock
+ * sync node with 0x800C000E; neither touches the destination.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileAppend Invalid parameters" without the two names,
+ *   with fixed metadata that is not 12 bytes of hex, or for other arguments.
+ */
+export function vrxFileAppend(params: VrxFileAppendParams,
+  callback: TaskCallback<{ totalAppended: number }>): number;
+
+/**
+ * Copies a wall-clock range of the sources (cut on seek points: from the key frame at or
+ * before the start to the first key frame after the end) into one new partition of a managed
+ * file, on the "Write" pool. `totalAppended` is the space it took, 0 when nothing matched.
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileCopyContent Invalid parameters" for a missing
+ *   field, a negative or reversed range, or other arguments.
+ */
+export function vrxFileCopyContent(params: VrxFileCopyContentParams,
+  callback: TaskCallback<{ totalAppended: number }>): number;
+
+/**
+ * Deletes a wall-clock range from managed files in place, on the "Write" pool, each file
+ * under exclusive locks in turn; nothing moves and the file keeps its size. Whole partitions
+ * become free space; the head of a partition is cut on a seek point (a GOP whose key frame is
+ * at or after wallClockEnd stays), its tail on a frame (the first video frame at or after
+ * wallClockStart goes, with all after it).
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileDeleteContent Invalid parameters" for a missing
+ *   field, a negative or reversed range, or other arguments.
+ */
+export function vrxFileDeleteContent(params: VrxFileDeleteContentParams, callback: TaskCallback<{}>): number;
+
+/**
+ * The bytes of a wall-clock range of the sources read as one (from the key frame at or before
+ * the start to the one at or after the end), or the average key-frame size, on the "Serve"
+ * pool under shared locks. It calls back with "NodeJS function parameters are incorrect"
+ * whenever it cannot estimate (no sources, a start beyond the data, an empty range).
+ * @returns the task id.
+ * @throws Error "<-# FAILED! callback_vrxFileEstimateSize Invalid parameters" without
+ *   `srcFileNames` or `wallClockStart`, or for other arguments.
+ */
+export function vrxFileEstimateSize(params: VrxFileEstimateSizeParams,
+  callback: TaskCallback<{ estimatedSize: number }>): number;
+
 /**
  * Installs the crash log. When this process then dies by SIGSEGV, SIGABRT, SIGFPE, SIGILL or
  * SIGBUS, `<path>.crash.log` gets the signal and the stack as raw addresses after the process

@@ -1,11 +1,16 @@
-// vrx_append: drives the appender and recover on real files, for the crash tests and by hand.
+// vrx_append: drives the operations on managed files (VREXFileUtils) on real files, for the
+// crash tests and by hand.
 //
 // Usage: vrx_append [--crash-after-write N [--tear]] COMMAND ...
-//   create DST SIZE                  preallocate DST: one skip chain over SIZE bytes
+//   create DST SIZE                  a managed file: one skip chain over SIZE bytes
 //   append DST SRC [new] [FIXED_HEX24 [DYNAMIC_HEX]]
 //                                    append SRC to the tail partition, or as a new one
 //   copy DST START_MS END_MS SRC...  a wall-clock selection of the sources as a new partition
-//   recover DST [--salvage]          repair after a crash; prints the last partition kept
+//   delete DST START_MS END_MS [--zero]
+//                                    cut the interval out of DST
+//   recover DST [--salvage]          repair after a crash (tables first, then the tail); prints
+//                                    the last partition kept
+//   reindex DST [--dry-run]          rebuild the seek tables from the frames
 //   check DST                        the partition walk only; prints its error
 //   walk DST                         partitions, free space and frame count as JSON
 //   loop DST LOG SEED SRC...         append the sources in turn, each as a new partition or as
@@ -26,22 +31,15 @@
 #include <string>
 #include <vector>
 
-#include "abstraction/fastfileoperations.h"
-#include "abstraction/filelock.h"
 #include "abstraction/write_hook.h"
 #include "mediaformats/errors.h"
 #include "mediaformats/vrx/reader_vrex.h"
-#include "vrxfile/vrex_file_appender.h"
-#include "vrxfile/vrex_file_appender_cache.h"
-#include "vrxfile/vrex_file_recover.h"
+#include "mediaformats/vrx/vrex_file_utils.h"
 
 namespace {
 
-using vrex::abstraction::file_id_t;
-using vrex::mediaformats::internal::last_partition_info_t;
-using vrex::mediaformats::internal::VREXFileAppender;
-using vrex::mediaformats::internal::VREXFileAppenderCache;
-using vrex::mediaformats::internal::VREXFileRecover;
+using vrex::mediaformats::last_partition_info_t;
+using vrex::mediaformats::VREXFileUtils;
 
 long crashAfterWrite = -1;
 bool tear = false;
@@ -71,45 +69,37 @@ std::vector<unsigned char> Hex(const std::string& text) {
   return bytes;
 }
 
-std::shared_ptr<VREXFileAppender> OpenAppender(const std::string& dst, int& err) {
-  file_id_t id;
-  err = id.Init(dst);
-  return err < 0 ? nullptr : VREXFileAppender::Create(id, err);
-}
-
 int Create(const std::string& dst, long size) {
-  const long fd = vrex::abstraction::FastAllocateFile(dst.c_str(), size, 0640);
-  if (fd < 0) return Fail("create", static_cast<int>(fd));
-  const int err = VREXFileAppender::AddSkipPackets(static_cast<int>(fd), 0, size, false);
-  close(static_cast<int>(fd));
+  const int err = VREXFileUtils::VRXFileCreate(dst, size, 0640);
   return err < 0 ? Fail("create", err) : 0;
 }
 
 int Append(const std::string& dst, const std::string& src, bool createNew,
            const std::vector<unsigned char>& fixed, const std::vector<unsigned char>& dynamic) {
-  int err = 0;
-  std::shared_ptr<VREXFileAppender> appender = OpenAppender(dst, err);
-  if (!appender) return Fail("open", err);
-  const long added = appender->Append(src, fixed.data(), dynamic.empty() ? nullptr : dynamic.data(),
-                                      dynamic.size(), createNew);
+  const long added = VREXFileUtils::VRXFileAppend(src, dst, fixed.data(),
+                                                  dynamic.empty() ? nullptr : dynamic.data(),
+                                                  dynamic.size(), createNew);
   if (added < 0) return Fail("append", static_cast<int>(added));
   printf("{\"added\":%ld}\n", added);
   return 0;
 }
 
 int Copy(const std::string& dst, long start, long end, const std::vector<std::string>& srcs) {
-  int err = 0;
-  std::shared_ptr<VREXFileAppender> appender = OpenAppender(dst, err);
-  if (!appender) return Fail("open", err);
-  const long required = appender->Append(srcs, start, end);
+  const long required = VREXFileUtils::VRXFileCopy(srcs, start, end, dst);
   if (required < 0) return Fail("copy", static_cast<int>(required));
   printf("{\"required\":%ld}\n", required);
   return 0;
 }
 
+int Delete(const std::string& dst, long start, long end, bool zero) {
+  const int err = VREXFileUtils::VRXFileDeleteContent(dst, start, end, zero);
+  printf("{\"result\":%d}\n", err);
+  return err < 0 ? 1 : 0;
+}
+
 int Recover(const std::string& dst, bool salvage) {
   last_partition_info_t info;
-  const int err = VREXFileRecover(dst, &info, salvage).Recover();
+  const int err = VREXFileUtils::VRXFileRecover(dst, &info, salvage);
   printf("{\"result\":%d,\"offset\":%ld,\"size\":%ld,\"startMillis\":%ld,\"endMillis\":%ld}\n", err,
          info.bounds._offset, info.bounds._size, info.startMillis, info.endMillis);
   return err < 0 ? 1 : 0;
@@ -146,11 +136,8 @@ int Loop(const std::string& dst, const std::string& log, unsigned seed,
   static const unsigned char kFixed[12] = {'c', 'r', 'a', 's', 'h', '-', 'l', 'o', 'o', 'p', 0, 1};
   for (size_t i = 0; i < srcs.size(); ++i) {
     const bool createNew = random() % 3 == 0;
-    int err = 0;
-    std::shared_ptr<VREXFileAppender> appender = OpenAppender(dst, err);
-    if (!appender) return Fail("open", err);
     Log(logFd, "B " + std::to_string(i) + " " + std::to_string(createNew) + "\n");
-    const long added = appender->Append(srcs[i], kFixed, nullptr, 0, createNew);
+    const long added = VREXFileUtils::VRXFileAppend(srcs[i], dst, kFixed, nullptr, 0, createNew);
     if (added == vrex::mediaformats::ERR_MEDIAFORMATS_NOT_ENOUGH_SPACE) {
       Log(logFd, "F " + std::to_string(i) + "\n");
       return 0;
@@ -164,8 +151,9 @@ int Loop(const std::string& dst, const std::string& log, unsigned seed,
 int Usage() {
   fprintf(stderr,
           "usage: vrx_append [--crash-after-write N [--tear]] create DST SIZE | append DST SRC "
-          "[new] [FIXED [DYNAMIC]] | copy DST START END SRC... | recover DST [--salvage] | "
-          "check DST | walk DST | loop DST LOG SEED SRC...\n");
+          "[new] [FIXED [DYNAMIC]] | copy DST START END SRC... | delete DST START END [--zero] | "
+          "recover DST [--salvage] | reindex DST [--dry-run] | check DST | walk DST | "
+          "loop DST LOG SEED SRC...\n");
   return 2;
 }
 
@@ -201,10 +189,17 @@ int main(int argc, char** argv) {
     return Copy(dst, std::stol(args[2]), std::stol(args[3]),
                 std::vector<std::string>(args.begin() + 4, args.end()));
   }
+  if (command == "delete" && (args.size() == 4 || (args.size() == 5 && args[4] == "--zero"))) {
+    return Delete(dst, std::stol(args[2]), std::stol(args[3]), args.size() == 5);
+  }
   if (command == "recover" && args.size() <= 3) return Recover(dst, args.size() == 3 && args[2] == "--salvage");
+  if (command == "reindex" && args.size() <= 3) {
+    const int err = VREXFileUtils::VRXFileReindex(dst, args.size() == 3 && args[2] == "--dry-run");
+    printf("{\"result\":%d}\n", err);
+    return err < 0 ? 1 : 0;
+  }
   if (command == "check" && args.size() == 2) {
-    last_partition_info_t info;
-    const int err = VREXFileRecover(dst, &info).Check();
+    const int err = VREXFileUtils::VRXFileCheckPartitions(dst);
     printf("{\"check\":%d}\n", err);
     return err < 0 ? 1 : 0;
   }

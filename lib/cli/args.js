@@ -82,4 +82,4 @@ function checkRange(args) {
   }
 }
 
-module.exports = { parse, checkRange, UsageError };
+module.exports = { parse, checkRange, parseSize: KINDS.size, UsageError };

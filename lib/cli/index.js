@@ -8,6 +8,7 @@ const { EXIT, CliError } = require('./failure');
 const COMMANDS = {
   ...require('./listing'),
   ...require('./export'),
+  ...require('./maintenance'),
 };
 
 const GLOBAL_OPTIONS = { json: 'flag', help: 'flag', h: 'flag' };
@@ -31,7 +32,7 @@ function usage() {
     '  --help     this text',
     '',
     'exit status: 0 done, 2 bad command line, 3 no such file, 4 not a VRX file or damaged,',
-    '5 locked by another process, 1 anything else');
+    '5 locked by another process, 6 the VRX file is full, 1 anything else');
   return lines.join('\n');
 }
 

@@ -2,6 +2,7 @@
 // The listing commands: what a recording holds, frame by frame, by partition, by span.
 const { utc, pad, rescale } = require('./format');
 const { checkRecordingPath, fileFailure } = require('./failure');
+const { runTask } = require('./task');
 
 function trackKind(trackId) {
   if ([7, 1001, 1003, 1004].includes(trackId)) return 'V';
@@ -83,9 +84,7 @@ function listing(call, json, text) {
     const [fn, arg] = call(vidora, args);
     let result;
     try {
-      result = await new Promise((resolve, reject) => {
-        fn(arg, (error, value) => (error ? reject(error) : resolve(value)));
-      });
+      result = await runTask(fn, arg);
     } catch (error) {
       throw fileFailure(args.file, error);
     }

@@ -101,3 +101,30 @@ const mediaId: number = vidora.processMedia({
 });
 vidora.pauseOnlyVideo(mediaId, true);
 vidora.resumeOperation(mediaId, 5000);
+const createId: number = vidora.vrxFileCreate('/tmp/recording.vrx', 16 << 20, (err) => {
+  if (err) return console.log(err.errors[0].code === 2, err.poolName);
+  vidora.vrxFileAppend({ srcFileName: 'samples/segments/segment-1.vrx', dstFileName: '/tmp/recording.vrx',
+    createNewPartition: true, fixedMetadata: '000000000000000000000001', dynamicMetadata: 'camera 1' }, (e, r) => {
+    const added: number | undefined = r?.totalAppended;
+    console.log(added, e?.errors[0].full);
+  });
+});
+vidora.vrxFileClear('/tmp/recording.vrx', (err) => console.log(err?.message));
+vidora.vrxFileClear({ fileName: '/tmp/recording.vrx', zeroFill: true }, (err, result) => console.log(err, result?.name));
+vidora.vrxFileClose('/tmp/recording.vrx', (err) => console.log(err?.poolName));
+vidora.vrxFileRecover('/tmp/recording.vrx', (err, result) => {
+  const last: vidora.VrxLastPartitionInfo | undefined = result?.lastPartitionInfo;
+  if (last) console.log(last.bounds.offset, last.fixedMetadata, last.endMillis - last.startMillis);
+  if (err) console.log(err.errors[0].full);
+});
+vidora.vrxFileRecover({ fileName: '/tmp/recording.vrx', check: true }, (err) => console.log(err === null));
+vidora.vrxFileRecover({ fileName: '/tmp/recording.vrx', salvage: true }, (err, result) => console.log(err, result?.lastPartitionInfo));
+vidora.vrxFileCopyContent({ srcFileNames: ['samples/sample.vrx'], dstFileName: '/tmp/copy.vrx',
+  wallClockStart: 1767225602000, wallClockEnd: 1767225603000 }, (err, result) => console.log(err, result?.totalAppended));
+vidora.vrxFileDeleteContent({ fileNames: ['/tmp/recording.vrx'], wallClockStart: 0, wallClockEnd: 1767225601000,
+  fillWithZeros: false }, (err, result) => console.log(err?.errors.length, result?.callbackTime));
+vidora.vrxFileEstimateSize({ srcFileNames: ['samples/sample.vrx'], wallClockStart: 1767225600000 },
+  (err, result) => console.log(err, result?.estimatedSize));
+vidora.vrxFileEstimateSize({ srcFileNames: ['samples/sample.vrx'], wallClockStart: 1767225600000,
+  wallClockEnd: 1767225604000, getAvgKFrameSize: true }, (err, result) => console.log(err, result?.estimatedSize));
+console.log(createId);

@@ -41,16 +41,59 @@ TEST(VrxAppenderCacheTest, OneAppenderServesManyAppendsWithoutRereadingTheFile) 
     ASSERT_GT(appender->Append(sources.back()->file.path(), want.fixed.data(), nullptr, 0, false), 0);
     want.sources.emplace_back(sources.back().get());
     if (n == 0) {
-      // Spoil the last trailer of the chain: a new appender would refuse the file, the cached
-      // one does not look at it again, and its next append writes it anew.
-      const int fd = open(dst.path().c_str(), O_WRONLY);
-      ASSERT_EQ(pwrite(fd, "\x33\x33\x33\x33", 4, (1 << 20) - 4), 4);
-      close(fd);
       EXPECT_EQ(VREXFileAppender::Create(IdOf(dst.path()), err), nullptr) << "a second user";
       EXPECT_EQ(err, ERR_MEDIAFORMATS_SIMULTANEOUS_APPEND);
     }
   }
   EXPECT_EQ(Mismatch(dst.path(), {want}), "");
+}
+
+TEST(VrxAppenderCacheTest, ATailChangedByAnotherProcessIsReadAgain) {
+  // Another process appends, then cuts the head of the tail partition (its footer shrinks),
+  // between two appends of this one; this process's next append must go behind both.
+  Destination dst(1 << 20);
+  std::vector<std::unique_ptr<source_t>> sources;
+  for (int n = 0; n < 4; ++n) sources.push_back(WriteSource(NumberedShape(n)));
+  ASSERT_GT(dst.Append(sources[0]->file.path(), false), 0);
+  int err = 0;
+  const VREXFileAppender* cached = VREXFileAppender::Create(dst.id(), err).get();
+  ASSERT_EQ(RunTool({"append", dst.path(), sources[1]->file.path()}), 0);
+  ASSERT_GT(dst.Append(sources[2]->file.path(), false), 0);
+  EXPECT_NE(VREXFileAppender::Create(dst.id(), err).get(), cached) << "read again";
+  const std::vector<expected_partition_t> three = {{Bytes(12, 0), {}, {sources[0].get(), sources[1].get(), sources[2].get()}}};
+  EXPECT_EQ(Mismatch(dst.path(), three), "");
+  // Cut up to the second source's first key frame: the first source's frames and seek
+  // points go, and the footer gives their entries' bytes to the free space.
+  const long secondStart = sources[1]->recording.keyWallClocks[0];
+  ASSERT_EQ(RunTool({"delete", dst.path(), "0", std::to_string(secondStart)}), 0);
+  ASSERT_GT(dst.Append(sources[3]->file.path(), false), 0);
+  auto reader = ReaderVREX::Create(nullptr, dst.path().c_str(), true, 0, -1, err);
+  const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err);
+  ASSERT_NE(partition, nullptr);
+  std::vector<long> wallClocks;
+  for (unsigned long i = 0; i < partition->_seekPointsCount; ++i) wallClocks.push_back(partition->_pSeekPoints[i]._wallClockMillis);
+  std::vector<long> want;
+  for (int n = 1; n < 4; ++n) want.insert(want.end(), sources[n]->recording.keyWallClocks.begin(), sources[n]->recording.keyWallClocks.end());
+  EXPECT_EQ(wallClocks, want) << "no entry of the cut GOPs comes back";
+  EXPECT_EQ(reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err), nullptr);
+  EXPECT_EQ(err, 0);
+  std::string error;
+  EXPECT_GE(WalkSkipChain(dst.path(), partition->_offset + partition->_size, error), 0) << error;
+}
+
+TEST(VrxAppenderCacheTest, ASpoiledTailIsNotWrittenOver) {
+  Destination dst(1 << 20);
+  const auto first = WriteSource(NumberedShape(0));
+  const auto second = WriteSource(NumberedShape(1));
+  ASSERT_GT(dst.Append(first->file.path(), false), 0);
+  // The last trailer of the chain, as a torn write leaves it: the cached appender sees that
+  // the end of the file is no longer what it left, and reads it again, which fails.
+  const int fd = open(dst.path().c_str(), O_WRONLY);
+  ASSERT_EQ(pwrite(fd, "\x33\x33\x33\x33", 4, (1 << 20) - 4), 4);
+  close(fd);
+  const Bytes before = ReadFileBytes(dst.path());
+  EXPECT_EQ(dst.Append(second->file.path(), false), ERR_MEDIAFORMATS_INCORRECT_VRX_CONTENT);
+  EXPECT_EQ(ReadFileBytes(dst.path()), before);
 }
 
 TEST(VrxAppenderCacheTest, TwoPathsOfOneFile) {

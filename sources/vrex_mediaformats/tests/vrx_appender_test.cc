@@ -319,7 +319,7 @@ TEST(VrxAppenderTest, FullFileSystem) {
   EXPECT_TRUE(torn == ::vrex::errors::SystemError(ENOSPC) || torn == abstraction::ERR_ABSTRACTION_WRITE_INCOMPLETE) << torn;
   appender.reset();
   internal::VREXFileAppenderCache::Evict(id);
-  internal::last_partition_info_t info;
+  last_partition_info_t info;
   ASSERT_EQ(internal::VREXFileRecover(sparse, &info, true).Recover(), 0);
   std::vector<expected_partition_t> kept = {{want.fixed, {}, {sources[0].get()}},
                                             {want.fixed, {}, {sources[1].get(), sources[2].get()}}};

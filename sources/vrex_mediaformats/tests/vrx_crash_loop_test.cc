@@ -115,7 +115,7 @@ class CrashLoop {
       }
     }
     const Bytes before = ReadFileBytes(_dst.path());
-    internal::last_partition_info_t info;
+    last_partition_info_t info;
     const int recovered = VREXFileRecover(_dst.path(), &info, _salvage).Recover();
     const bool growth = inFlight != nullptr && !inFlightNew && !_model.empty();
     if (!_salvage && recovered == ERR_MEDIAFORMATS_DELETE_OFFSET &&

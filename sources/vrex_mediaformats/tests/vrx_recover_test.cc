@@ -20,7 +20,6 @@ namespace mediaformats {
 namespace {
 
 using namespace vrx_testing;
-using internal::last_partition_info_t;
 using internal::VREXFileRecover;
 
 // Three partitions made by the appender: {s0, s1}, {s2}, {s3, s4}, then free space.

@@ -44,7 +44,13 @@ VREXFileAppender::~VREXFileAppender() {
 std::shared_ptr<VREXFileAppender> VREXFileAppender::Create(const file_id_t& id, int& err) {
   std::shared_ptr<VREXFileAppender> appender = VREXFileAppenderCache::Find(id, err);
   if (err < 0) return nullptr;
-  if (appender) return appender;
+  if (appender && appender->TailIsCurrent()) return appender;
+  if (appender) {
+    LOGI << "    VREXFileAppender::Create the tail of " << id.path
+         << " was changed by another process: reading it again";
+    err = VREXFileAppenderCache::Evict(appender);
+    if (err < 0) return nullptr;
+  }
   appender.reset(new VREXFileAppender(id));
   err = appender->Initialize();
   if (err >= 0) err = VREXFileAppenderCache::PutAndLock(appender);
@@ -112,6 +118,20 @@ int VREXFileAppender::GetFreeSpaceBounds() {
     _freeSpaceBounds._size = size - offset;
   }
   return 0;
+}
+
+bool VREXFileAppender::TailIsCurrent() {
+  const free_space_t cached = _freeSpaceBounds;
+  if (GetFreeSpaceBounds() < 0 || _freeSpaceBounds._offset != cached._offset ||
+      _freeSpaceBounds._size != cached._size) {
+    return false;
+  }
+  const tail_partition_t& tail = _dstPartitionInfo;
+  if (tail._offset < 0) return true;
+  unsigned char words[8];
+  return ReadAt(_fd, cached._offset - 8, words, sizeof words) >= 0 &&
+         LoadBE32(words) == tail._seekTable.size() &&
+         static_cast<long>(LoadBE32(words + 4)) == cached._offset - tail._footerOffset - 4;
 }
 
 int VREXFileAppender::GetTailPartitionBounds() {
@@ -213,7 +233,6 @@ int VREXFileAppender::AddSkipPackets(int fd, long offset, long length, bool zero
          << " offset is=" << offset << " but file size is=" << size;
     return VREX_ERROR(ERR_MEDIAFORMATS_INCORRECT_PARAMETERS);
   }
-  if (zero) VREX_CHECK(abstraction::TryFastZeroFile(fd, offset, length));
   for (long at = offset, left = length; left > 0;) {
     const long payload = GetSkipPacketPayloadLength(left);
     if (payload < 0) {
@@ -221,19 +240,24 @@ int VREXFileAppender::AddSkipPackets(int fd, long offset, long length, bool zero
               "skipPacketPayloadLength=" << payload << " for " << left;
       return static_cast<int>(payload);
     }
-    // Header and payload length as one write, then the trailer: the payload is not touched.
+    // The trailer, then header and payload length as one write; the payload is not touched.
+    // Until the header lands, a reader going forward still meets the packets that were there
+    // (it does not look at trailers), so a crash in between leaves them whole.
     unsigned char header[sizeof kSkipPacketHeader + 4];
     memcpy(header, kSkipPacketHeader, sizeof kSkipPacketHeader);
     abstraction::StoreBE32(header + sizeof kSkipPacketHeader, static_cast<uint32_t>(payload));
     unsigned char trailer[4];
     abstraction::StoreBE32(trailer, static_cast<uint32_t>(payload + 12));
-    int err = WriteAt(fd, at, header, sizeof header);
-    if (err >= 0) err = WriteAt(fd, at + 12 + payload, trailer, sizeof trailer);
+    int err = WriteAt(fd, at + 12 + payload, trailer, sizeof trailer);
+    if (err >= 0) err = WriteAt(fd, at, header, sizeof header);
     if (err < 0) {
       LOGE << "<-# VREXFileAppender::AddSkipPackets FAILED! write() errno=" << errno
            << " at offset " << at << " err=" << err;
       return err;
     }
+    // Zeroed once it is free space: a crash in between leaves a skip packet over old bytes,
+    // never a run of zeros that no reader can step over.
+    if (zero) VREX_CHECK(abstraction::TryFastZeroFile(fd, at + 12, payload));
     at += payload + kEmptySkipPacketSize;
     left -= payload + kEmptySkipPacketSize;
   }

@@ -8,7 +8,8 @@
 // the tail partition is the one whose footer ends where that run begins.
 //
 // Ownership: Create returns a shared pointer that VREXFileAppenderCache shares; the appender
-// owns its descriptors, reader and writer.
+// owns its descriptors, reader and writer. A cached appender is checked against the end of the
+// file before it is handed out, and read again when another process has changed it.
 // Threads: no lock of its own. The caller holds the exclusive file locks of the destination;
 // the cache refuses a second user of one appender.
 // Errors: ERR_MEDIAFORMATS_NOT_ENOUGH_SPACE and ERR_MEDIAFORMATS_NO_SYNC_NODE are expected in
@@ -79,8 +80,9 @@ class VREXFileAppender : public ReaderVREX::Observer, public WriterVREX::Observe
   void Close();
 
   // Lays skip packets over `length` bytes at `offset` (negative: the current position; a
-  // negative length: up to the end of the file), both multiples of 4, optionally asking the
-  // file system to zero them first. Only each packet's header and trailer are written.
+  // negative length: up to the end of the file), both multiples of 4. Only each packet's
+  // header and trailer are written; with `zero` the file system is then asked to zero its
+  // payload.
   static int AddSkipPackets(int fd, long offset, long length, bool zero);
   static long GetSkipPacketPayloadLength(long total) {
     return mediaformats::GetSkipPacketPayloadLength(total);
@@ -100,6 +102,10 @@ class VREXFileAppender : public ReaderVREX::Observer, public WriterVREX::Observe
   explicit VREXFileAppender(const abstraction::file_id_t& id);
 
   int Initialize();
+  // Whether the end of the file is still as this appender left it: the same free space behind
+  // the same footer. Another process may have appended or cut since (the cache knows only this
+  // process's changes); a footer that a cut compacted gives its bytes to the free space.
+  bool TailIsCurrent();
   int GetFreeSpaceBounds();
   int GetTailPartitionBounds();
   // Opens `path` read-only as the source; refuses the destination itself.

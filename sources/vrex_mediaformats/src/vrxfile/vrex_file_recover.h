@@ -33,20 +33,13 @@
 #include "abstraction/filelock.h"
 #include "mediaformats/vrx/partition.h"
 #include "mediaformats/vrx/reader_vrex.h"
+#include "mediaformats/vrx/vrex_file_utils.h"
 #include "mediaformats/vrx/writer_vrex.h"
 #include "vrx/vrx_track.h"
 
 namespace vrex {
 namespace mediaformats {
 namespace internal {
-
-// What recover tells of the last partition it kept.
-struct last_partition_info_t {
-  partition_bounds_t bounds;
-  unsigned char fixedMetadata[kFixedMetadataSize] = {0};
-  long startMillis = -1;  // its first seek point
-  long endMillis = -1;    // its last frame
-};
 
 class VREXFileRecover : public ReaderVREX::Observer, public WriterVREX::Observer {
  public:

@@ -6,25 +6,11 @@
 #include <utility>
 
 #include "abstraction/logging.h"
+#include "vrxutils/hex_text.h"
 
 namespace vrex {
 namespace nodejs {
 namespace vrxutils {
-
-namespace {
-
-std::string hex(const unsigned char* bytes, size_t count) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(count * 2);
-  for (size_t i = 0; i < count; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0x0f];
-  }
-  return text;
-}
-
-}  // namespace
 
 JSMediaObjects::JSMediaObjects(Napi::Env env)
     : _env(env),
@@ -114,7 +100,7 @@ Napi::Object JSMediaObjects::Partition(const mediaformats::partition_t& partitio
   return Properties(
       {{_fullBounds, Bounds(partition._offset, partition._size)},
        {_fixedMetadata,
-        Napi::String::New(_env, hex(partition._fixedMetadata, mediaformats::kFixedMetadataSize))},
+        Napi::String::New(_env, Hex(partition._fixedMetadata, mediaformats::kFixedMetadataSize))},
        {_dynamicMetadataBounds, Bounds(partition._dynamicMetadata._offset, partition._dynamicMetadata._size)},
        {_contentsBounds, Bounds(partition._contents._offset, partition._contents._size)},
        {_lastVideoWallClockMillis, Number(partition._lastWallClockMillis)},

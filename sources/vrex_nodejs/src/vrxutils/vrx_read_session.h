@@ -5,9 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "abstraction/filelock.h"
 #include "mediaformats/vrx/reader_vrex.h"
-#include "mscommon/ipc_file_lock.h"
+#include "vrxutils/vrx_file_locks.h"
 
 namespace vrex {
 namespace nodejs {
@@ -15,9 +14,9 @@ namespace vrxutils {
 
 class VrxReadSession {
  public:
-  // `owner` names the task in log lines; `detailedLog` selects TaskVRXFileInfo's texts and its
-  // report of slow lock acquisition.
-  VrxReadSession(const char* owner, bool detailedLog) : _owner(owner), _detailedLog(detailedLog) {}
+  // `owner` names the task in log lines; `detailedLog` selects TaskVRXFileInfo's texts.
+  VrxReadSession(const char* owner, bool detailedLog)
+      : _owner(owner), _detailedLog(detailedLog), _locks(owner) {}
   ~VrxReadSession() { Close(); }
   VrxReadSession(const VrxReadSession&) = delete;
   VrxReadSession& operator=(const VrxReadSession&) = delete;
@@ -34,8 +33,7 @@ class VrxReadSession {
  private:
   const char* _owner;
   const bool _detailedLog;
-  abstraction::file_lock_t _fileLock;
-  std::unique_ptr<ms::IPCFileLock> _ipcLock;
+  VrxFileLocks _locks;
   mediaformats::ReaderVREX::Observer _observer;  // the listings watch no packets
   std::unique_ptr<mediaformats::ReaderVREX> _reader;
 };
