@@ -74,13 +74,17 @@ test('getTimeMillis is the wall clock in whole milliseconds', () => {
   assert.ok(now >= before - 1 && now <= after + 1, `${before} <= ${now} <= ${after}`);
 });
 
-test('the exports are exactly the functions that exist, all functions', () => {
-  for (const [name, value] of Object.entries(vidora)) {
-    assert.strictEqual(typeof value, 'function', name);
-  }
+test('the exports are the native functions unchanged, with the layer and its error classes beside them', () => {
+  const native = require('../lib/binding');
+  const { api, VidoraError, AbortError, ...functions } = vidora;
+  assert.deepStrictEqual(Object.keys(functions).sort(), Object.keys(native).sort());
+  for (const [name, value] of Object.entries(functions)) assert.strictEqual(value, native[name], name);
   for (const name of ['version', 'getErrorDescription', 'getTimeMillis', 'setLogFile', 'setLogLevel']) {
-    assert.ok(name in vidora, name);
+    assert.strictEqual(typeof functions[name], 'function', name);
   }
+  assert.strictEqual(typeof api.processMedia, 'function');
+  assert.ok(new VidoraError({ message: 'm', errors: [] }) instanceof Error);
+  assert.ok(new AbortError() instanceof Error);
 });
 
 test('a missing binary gives a message that names the build command', () => {
