@@ -114,11 +114,12 @@ struct fmp4_run_t {
   int error = 0;
 };
 
-// Writes all frames of a fixture through a WriterFMP4 and flushes.
+// Writes the frames of a fixture (its first `count`) through a WriterFMP4 and flushes.
 void WriteFixture(const std::string& name, bool progressive, const media::timestamp_t& duration, bool onKeyFrames,
-                  fmp4_run_t& run, bool sampleDurations = false) {
+                  fmp4_run_t& run, bool sampleDurations = false, size_t count = SIZE_MAX) {
   run.frames = testing::ReadAllFrames(testing::FixturePath(name));
   ASSERT_FALSE(run.frames.empty());
+  if (count < run.frames.size()) run.frames.resize(count);
   run.tracks = testing::TracksOf(run.frames, 320, 240);
   run.tracks.video._rfc6381Codec = "avc1.64000d";
   run.tracks.audio._rfc6381Codec = "mp4a.40.2";
@@ -177,6 +178,32 @@ TEST(WriterFMP4, FfprobeReadsTheSamePackets) {
         EXPECT_EQ(testing::DecodedMd5s(out, stream), want) << what << " " << stream;
       }
     }
+  }
+}
+
+TEST(WriterFMP4, AStreamThatEndsOnAKeyFrameEndsWithAFragmentOfVideoAlone) {
+  SKIP_WITHOUT_FFMPEG();
+  // The frames up to and including the first video key frame after the first: that key frame
+  // opens a fragment that no audio sample reaches before the flush.
+  std::vector<testing::owned_frame_t> all = testing::ReadAllFrames(testing::FixturePath("h264_aac_moov_last.mp4"));
+  size_t count = 0, keys = 0;
+  while (count < all.size() && keys < 2) {
+    const media::frame_t& f = all[count++].frame;
+    if (media::tagKind(f.tag) == 'V' && f.keyFrame) ++keys;
+  }
+  ASSERT_EQ(keys, 2u);
+  for (bool progressive : {false, true}) {
+    fmp4_run_t run;
+    WriteFixture("h264_aac_moov_last.mp4", progressive, media::timestamp_t(0, 1000), true, run, false, count);
+    ASSERT_GE(run.sink.fragments.size(), 2u);
+    std::vector<traf_summary_t> last = Trafs(run.sink.fragments.back());
+    ASSERT_EQ(last.size(), 1u) << progressive;
+    EXPECT_EQ(last[0].trackId, 1u);
+    EXPECT_EQ(last[0].samples, 1u);
+    std::string out = testing::TempPath("video-last.mp4");
+    testing::WriteFileBytes(out, run.sink.File());
+    std::vector<packet_t> probed = testing::ProbePackets(out);
+    EXPECT_EQ(probed.size(), count) << progressive;
   }
 }
 
@@ -394,8 +421,12 @@ TEST(WriterFMP4, Failures) {
   EXPECT_EQ(writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(0, 90000), true, media::TAG_VUNK), 0);
   EXPECT_EQ(writer->WriteAudioData(payload.data(), payload.size(), media::dts_cts_t(0, 48000), media::TAG_AOPUS),
             ERR_MEDIAFORMATS_WRITER_CODEC_CHANGED);
-  // The audio track has no sample: Flush cannot close the fragment.
-  EXPECT_EQ(writer->Flush(nullptr, nullptr), ERR_MEDIAFORMATS_FMP4_WRITER_STATE);
+  // Video alone in the last fragment: it goes out without the audio track; a second Flush finds
+  // no fragment open.
+  std::unique_ptr<WriterFMP4> idle(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 1000), false, false, &sink, error));
+  EXPECT_EQ(idle->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(0, 90000), true), 0);
+  EXPECT_EQ(idle->Flush(nullptr, nullptr), 0);
+  EXPECT_EQ(idle->Flush(nullptr, nullptr), 0) << "no fragment open: nothing to do";
 
   // The observer refusing the segment fails the write.
   FileSink refusing;

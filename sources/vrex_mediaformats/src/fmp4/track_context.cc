@@ -106,7 +106,7 @@ bool TrackContext::AddTrunEntry(const media::dts_cts_t& ts, uint32_t size, bool 
 }
 
 void TrackContext::ComputeSize() {
-  if (_id == 0) {
+  if (!InFragment()) {
     _trunSize = _trafSize = 0;
     return;
   }

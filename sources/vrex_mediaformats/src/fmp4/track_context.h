@@ -26,6 +26,8 @@ class TrackContext {
   void Init(uint32_t id, bool isAudio, const MP4TrackInfo& info,
             const media::timestamp_t& fragmentDuration);
   bool exists() const { return _id != 0; }
+  // Has samples in the open fragment: only such a track has a traf in it.
+  bool InFragment() const { return _id != 0 && _sampleCount > 0; }
 
   // Gives the last entry its duration from `ts` (in this track's clock) when entries carry
   // durations. False without a track.

@@ -294,12 +294,15 @@ bool WriterFMP4Impl::CloseFragment(const media::dts_cts_t& end, media::timestamp
 
 bool WriterFMP4Impl::CloseFragmentTrack(TrackContext& track, const media::dts_cts_t& end, uint32_t moofSize) {
   if (!track.exists()) return true;
-  if (!track.UpdateLastTrunEntry(end)) return false;
+  // A range that ends on a key frame leaves a last fragment with video alone: that fragment
+  // goes out without the empty track's traf. A fragment with no sample at all cannot.
   if (track._sampleCount == 0) {
+    if (_audio.InFragment() || _video.InFragment()) return true;
     LOGE << "<-# WriterFMP4Impl::CloseFragmentTrack " << _name << " FAILED! Fragment is empty for "
          << (track._isAudio ? "audio" : "video") << " track";
     return false;
   }
+  if (!track.UpdateLastTrunEntry(end)) return false;
   const media::dts_cts_t& first = track._firstDtsCts;
   uint64_t baseTime = ~0ull;
   if (first.dts >= 0) {
@@ -317,7 +320,7 @@ bool WriterFMP4Impl::CloseFragmentTrack(TrackContext& track, const media::dts_ct
 bool WriterFMP4Impl::SendFragment() {
   int64_t startMs = -1, endMs = -1;
   for (const TrackContext* t : {&_video, &_audio}) {
-    if (!t->exists()) continue;
+    if (!t->InFragment()) continue;
     if (startMs < 0 || (t->FirstPtsMs() >= 0 && t->FirstPtsMs() < startMs)) startMs = t->FirstPtsMs();
     if (t->EndMs() > endMs) endMs = t->EndMs();
   }
@@ -342,7 +345,7 @@ bool WriterFMP4Impl::SendFragment() {
 }
 
 bool WriterFMP4Impl::WriteTrackBuffers(const TrackContext& track) {
-  if (!track.exists()) return true;
+  if (!track.InFragment()) return true;
   if (!_progressive) {
     return _pObserver->SignalWriteBuffer(FMP4_WRITE_STATE_FRAGMENT, track._traf.data(), track._traf.size()) &&
            _pObserver->SignalWriteBuffer(FMP4_WRITE_STATE_FRAGMENT, track._trunEntries.data(), track._trunEntries.size());
