@@ -1,4 +1,4 @@
-// Type definitions for vidora's native functions.
+// Type definitions for vidora: the native functions, and `api`, the Promise and stream layer over them.
 
 /** One step of a failure's way up, newest first. */
 export interface VidoraErrorEntry {
@@ -15,7 +15,7 @@ export interface VidoraErrorEntry {
 }
 
 /** The error object of every native failure, thrown or passed to a callback. */
-export interface VidoraError extends Error {
+export interface NativeError extends Error {
   errors: VidoraErrorEntry[];
   /** Extra facts recorded with the failure, when there are any. */
   extraInfo?: Record<string, string>;
@@ -53,7 +53,7 @@ export function version(): VersionInfo;
 /**
  * The text of an error code (read as a signed 32-bit integer): "OK" for 0,
  * "### UNKNOWN ERROR CODE ###" for what is no error code of vidora.
- * @throws VidoraError "NodeJS function parameters are incorrect" when `code` is not a number.
+ * @throws NativeError "NodeJS function parameters are incorrect" when `code` is not a number.
  */
 export function getErrorDescription(code: number): string;
 
@@ -62,7 +62,7 @@ export function getTimeMillis(): number;
 
 /**
  * Adds a rolling log file, written on a thread of its own, and starts logging to it.
- * @throws VidoraError "NodeJS function parameters are incorrect" when `options` is not an
+ * @throws NativeError "NodeJS function parameters are incorrect" when `options` is not an
  *   object or `path` is missing or empty; the system error (EISDIR, EINVAL, ENOENT, EACCES)
  *   when the path is a directory or another file that is not a regular one, or cannot be
  *   written.
@@ -71,7 +71,7 @@ export function setLogFile(options: LogFileOptions): void;
 
 /**
  * Sets the level of every log file (ADDON_LOG_LEVEL, when set, wins).
- * @throws VidoraError when `options` is not an object.
+ * @throws NativeError when `options` is not an object.
  */
 export function setLogLevel(options: LogLevelOptions): void;
 
@@ -96,7 +96,7 @@ export interface TaskInfo {
 }
 
 /** The error object of a task that failed: the error chain plus the task's fields. */
-export type TaskError = VidoraError & TaskInfo;
+export type TaskError = NativeError & TaskInfo;
 
 /** A node-style completion callback: `(error, null)` or `(null, result)`. */
 export type TaskCallback<R> = (error: TaskError | null, result: (R & TaskInfo) | null) => void;
@@ -161,7 +161,7 @@ export interface StatvfsResult {
  * The pools "Serve" (90), "Write" (5), "Read" (4) and "Misc" (1) exist from the start;
  * any other pool, "Append" and "Transcode" included, exists only once named here.
  * @returns the statistics of every pool, as getWorkersPoolsStats.
- * @throws VidoraError "NodeJS function parameters are incorrect" when `limits` is not an object.
+ * @throws NativeError "NodeJS function parameters are incorrect" when `limits` is not an object.
  */
 export function setWorkersPoolsLimits(limits: WorkersPoolsLimits): WorkersPoolStats[];
 
@@ -237,7 +237,7 @@ export interface SendFileParams extends OperationDestination {
  * process appends to can be sent: the range is what the file held when the operation started.
  * A range outside the file ends with "NodeJS invalid file offset and length" (0x80080008).
  * @returns the operation id, for the operation functions.
- * @throws VidoraError "NodeJS function parameters are incorrect" without exactly one source
+ * @throws NativeError "NodeJS function parameters are incorrect" without exactly one source
  *   and exactly one destination, or when the destination file is the source; the system error
  *   of a dstTcpFd that is not open.
  */
@@ -321,7 +321,7 @@ export interface ProcessMediaInfo {
  * (0xFA the initialisation segment, 0xF9 a fragment's start, 0xFB moof pieces, 0xFE the mdat
  * header, 0xFC/0xFD video/audio samples, 0xFF its end); to a file or a drain, as plain fMP4.
  * @returns the operation id, for the operation functions.
- * @throws VidoraError "NodeJS function parameters are incorrect" for a parameter object that
+ * @throws NativeError "NodeJS function parameters are incorrect" for a parameter object that
  *   breaks a rule (no source, not exactly one destination, a transport other than "", "binme",
  *   "http", forceFps with speedupFactor, reverse with either, no audio and no video, a start
  *   after the end); the system error of a dstTcpFd that is not open.
@@ -333,7 +333,7 @@ export function processMedia(params: ProcessMediaParams,
  * Pauses (true) or resumes (false) the video of a media operation alone: the audio goes on,
  * and the video comes back at its next key frame. A resume counts only once a video frame was
  * held back.
- * @throws VidoraError "NodeJS function parameters are incorrect" unless (number, boolean);
+ * @throws NativeError "NodeJS function parameters are incorrect" unless (number, boolean);
  *   "NodeJS sending operation not found".
  */
 export function pauseOnlyVideo(id: number, pause: boolean): void;
@@ -347,7 +347,7 @@ export function changeVideoSendingStyle(id: number, params?: { onlyKeyFrames?: b
 /**
  * Pauses an operation: its worker stops producing at the next round. An operation that
  * produces nothing for 60 s, paused or not, ends itself.
- * @throws VidoraError "NodeJS function parameters are incorrect" when `id` is not a number;
+ * @throws NativeError "NodeJS function parameters are incorrect" when `id` is not a number;
  *   "NodeJS sending operation not found" when no running or queued operation has that id.
  */
 export function pauseOperation(id: number): void;
@@ -355,34 +355,34 @@ export function pauseOperation(id: number): void;
 /**
  * With one argument, resumes a paused operation. With two (whatever the second is), asks a
  * media operation to resume and pause again after `ms` of media; a sendFile ignores it.
- * @throws VidoraError as pauseOperation.
+ * @throws NativeError as pauseOperation.
  */
 export function resumeOperation(id: number, ms?: unknown): void;
 
 /**
  * Cancels a running or queued operation: it ends cleanly, its result has `canceled` true.
- * @throws VidoraError as pauseOperation (a plain task such as nop is not an operation).
+ * @throws NativeError as pauseOperation (a plain task such as nop is not an operation).
  */
 export function cancelOperation(id: number): void;
 
 /**
  * Copies buffered bytes of an operation into `buffer` and consumes them.
  * @returns a view of the bytes copied, from offset 0 (of length 0 when none waited).
- * @throws VidoraError as pauseOperation; "NodeJS function parameters are incorrect" when
+ * @throws NativeError as pauseOperation; "NodeJS function parameters are incorrect" when
  *   `buffer` is not an ArrayBuffer.
  */
 export function consumeOperationBufferedData(id: number, buffer: ArrayBuffer): DataView;
 
 /**
  * Takes every buffered byte of an operation, without copying it: the Buffer owns the bytes.
- * @throws VidoraError as pauseOperation.
+ * @throws NativeError as pauseOperation.
  */
 export function transferOperationBufferedData(id: number): Buffer;
 
 /**
  * Sets the byte limit of an operation's buffer, from its next round on. 0 or below changes
  * nothing.
- * @throws VidoraError as pauseOperation; "NodeJS function parameters are incorrect" when
+ * @throws NativeError as pauseOperation; "NodeJS function parameters are incorrect" when
  *   `size` is not a number.
  */
 export function operationSetMaxBufferSize(id: number, size: number): void;
@@ -695,7 +695,7 @@ export function vrxFileEstimateSize(params: VrxFileEstimateSizeParams,
  * start rolls the logs before to `.1` ... `.9`. The host's own handlers for these signals are
  * replaced: a WebAssembly memory access out of bounds, for one, then ends the process too.
  * A second call does nothing.
- * @throws VidoraError "NodeJS function parameters are incorrect" when `path` is not a non-empty
+ * @throws NativeError "NodeJS function parameters are incorrect" when `path` is not a non-empty
  *   string; the system error (module 0, e.g. "No such file or directory") when the log cannot
  *   be made.
  */
@@ -711,7 +711,7 @@ export interface TcpConnection {
 }
 
 /** Called for each accepted connection, or with the error when polling the socket fails. */
-export type TcpAcceptorCallback = (connection: TcpConnection | VidoraError) => void;
+export type TcpAcceptorCallback = (connection: TcpConnection | NativeError) => void;
 
 /**
  * Listens on `address` and hands each accepted connection to `callback`, on the main thread's
@@ -719,7 +719,7 @@ export type TcpAcceptorCallback = (connection: TcpConnection | VidoraError) => v
  * "host:port" (split at the last colon) or "[ipv6 host]:port"; an empty host is every address,
  * a host name is resolved at once. `this` in the callback is `receiver`, or the module.
  * @returns the acceptor's id.
- * @throws VidoraError "NodeJS function parameters are incorrect" for arguments of the wrong type
+ * @throws NativeError "NodeJS function parameters are incorrect" for arguments of the wrong type
  *   or an address that is not IPv4 or IPv6 host:port; "Address already in use" (0x80000062)
  *   when another acceptor or another program has the address; other system errors of socket,
  *   bind and listen (module 0); "NodeJS invalid internal state" when called on a worker thread.
@@ -731,3 +731,116 @@ export function closeTcpAcceptor(id: number): void;
 
 /** Closes a descriptor that a TCP acceptor handed over; a negative number or another type does nothing. */
 export function closeTcpConnection(fd: number): void;
+
+// ---------------------------------------------------------------------------------------------
+// `api`: the same task functions as Promises or callbacks, AbortSignal, streams, pool queues.
+
+import type { Readable } from 'stream';
+
+/**
+ * Every failure of a call through `api`: the native error object's message, `errors` chain and
+ * fields, with a stable string `code`: "ERR_<MODULE>_<WHAT>" for vidora's own codes (the names
+ * of lib/error_codes.json), the errno name ("ENOENT") for a system error, "ERR_LOCK_TIMEOUT" for
+ * a file lock not taken in time, "ERR_INVALID_ARG" for an argument a native function refused at
+ * once (its error is the `cause`), "ERR_POOL_NOT_FOUND", "ERR_MP4_NEEDS_FILE",
+ * "ERR_OPERATION_IDLE"; "ERR_UNKNOWN" otherwise.
+ */
+export class VidoraError extends Error implements NativeError {
+  constructor(native: NativeError);
+  code: string;
+  /** The newest code of the chain as a signed 32-bit integer; 0 for the layer's own errors. */
+  full: number;
+  errors: VidoraErrorEntry[];
+  extraInfo?: Record<string, string>;
+  stackTrace?: string[];
+  /** The native task's name ("vrxFileInfo"), for a failure of a task. */
+  taskName?: string;
+  poolName?: string;
+  timedOut?: boolean;
+  static of(code: string, message: string): VidoraError;
+  static from(error: unknown): VidoraError;
+}
+
+/** The rejection of a call ended through its AbortSignal; `cause` is the signal's reason. */
+export class AbortError extends Error {
+  constructor(reason?: unknown);
+  code: 'ABORT_ERR';
+}
+
+/** A callback of `api`: (error, result), with the error as VidoraError or AbortError. */
+export type ApiCallback<R> = (error: VidoraError | AbortError | null, result: (R & TaskInfo) | null) => void;
+
+/** A task function of `api`: its result as a Promise without a callback, the callback's form with one. */
+export interface ApiTask<A extends unknown[], R> {
+  (...args: A): Promise<R & TaskInfo>;
+  (...args: [...A, ApiCallback<R>]): void;
+}
+
+/** The AbortSignal an operation of `api` takes among its parameters. */
+export interface Abortable {
+  signal?: AbortSignal;
+}
+
+/** Options of the streaming forms. */
+export interface OperationStreamOptions {
+  /** Aborts the operation: the stream is destroyed with an AbortError. */
+  signal?: AbortSignal;
+  /** Bytes the stream holds before it pauses the operation (node's default otherwise). */
+  highWaterMark?: number;
+}
+
+/** An operation as a Readable: `result` and the 'result' event once the operation has ended. */
+export interface OperationStream<R> extends Readable {
+  result?: R & OperationResult & TaskInfo;
+  on(event: 'result', listener: (result: R & OperationResult & TaskInfo) => void): this;
+  on(event: string | symbol, listener: (...args: any[]) => void): this;
+  once(event: 'result', listener: (result: R & OperationResult & TaskInfo) => void): this;
+  once(event: string | symbol, listener: (...args: any[]) => void): this;
+}
+
+/** The parameters of an operation whose destination is the stream. */
+export type StreamParams<P> = Omit<P, keyof OperationDestination>;
+
+/** A pool's statistics seen through `api`: with the calls waiting in the layer's own queue. */
+export interface ApiPoolStats extends WorkersPoolStats {
+  layerWaiting: number;
+}
+
+/**
+ * The layer over the native functions. Each call waits its turn in the layer's queue of its
+ * pool, so no native waiting queue overflows and nothing is dropped; the pools "Append" (2) and
+ * "Transcode" (4) are made with those limits on first use unless the application set them.
+ */
+export interface Api {
+  nop: ApiTask<[NopParams], {}>;
+  statvfs: ApiTask<[string], StatvfsResult>;
+  vrxFileInfo: ApiTask<[string], { audio: VrxTrackInfo; video: VrxTrackInfo }>;
+  vrxFileListFrames: ApiTask<[string], { frames: VrxFrame[] }>;
+  vrxFileListPartitions: ApiTask<[string], { partitions: VrxPartition[] }>;
+  vrxFileListFragments: ApiTask<[VrxFileListFragmentsParams], { fragments: VrxFragment[] }>;
+  vrxFileCreate: ApiTask<[string, number], {}>;
+  vrxFileClear: ApiTask<[string | VrxFileClearOptions], {}>;
+  vrxFileClose: ApiTask<[string], {}>;
+  vrxFileRecover: ApiTask<[string | VrxFileRecoverOptions], { lastPartitionInfo?: VrxLastPartitionInfo }>;
+  vrxFileAppend: ApiTask<[VrxFileAppendParams], { totalAppended: number }>;
+  vrxFileCopyContent: ApiTask<[VrxFileCopyContentParams], { totalAppended: number }>;
+  vrxFileDeleteContent: ApiTask<[VrxFileDeleteContentParams], {}>;
+  vrxFileEstimateSize: ApiTask<[VrxFileEstimateSizeParams], { estimatedSize: number }>;
+  /** sendFile; the Promise rejects with AbortError when `signal` aborts it. */
+  sendFile: ApiTask<[SendFileParams & Abortable], OperationResult>;
+  /** processMedia; the Promise rejects with AbortError when `signal` aborts it. */
+  processMedia: ApiTask<[ProcessMediaParams & Abortable], OperationResult & ProcessMediaInfo>;
+  /** sendFile's bytes as a Readable whose backpressure pauses and resumes the operation. */
+  sendFileStream(params: StreamParams<SendFileParams>, options?: OperationStreamOptions): OperationStream<{}>;
+  /**
+   * processMedia's bytes as a Readable. Not for "mp4", which needs a file to go back into
+   * (throws ERR_MP4_NEEDS_FILE): stream "fmp4", "vrx", "annexb" or "avcc".
+   */
+  processMediaStream(params: StreamParams<ProcessMediaParams>,
+    options?: OperationStreamOptions): OperationStream<ProcessMediaInfo>;
+  /** setWorkersPoolsLimits, and the layer's queues follow the new limits. */
+  setWorkersPoolsLimits(limits: WorkersPoolsLimits): WorkersPoolStats[];
+  getWorkersPoolsStats(): ApiPoolStats[];
+}
+
+export const api: Api;

@@ -118,7 +118,14 @@ function makeApi(native) {
     return native.getWorkersPoolsStats().map((pool) => ({ ...pool, layerWaiting: waiting[pool.name] || 0 }));
   };
   api.sendFileStream = (params, options) => operationStream(native, call, 'sendFile', params, options);
-  api.processMediaStream = (params, options) => operationStream(native, call, 'processMedia', params, options);
+  api.processMediaStream = (params, options) => {
+    // The MP4 writer goes back to its header at the end: only a file destination can take that.
+    if (params && String(params.outputFormat || 'vrx').toLowerCase() === 'mp4') {
+      throw VidoraError.of('ERR_MP4_NEEDS_FILE', 'an MP4 is written with a seek back to its header, which a stream cannot take: ' +
+        'stream "fmp4", or write the MP4 to a file (dstFileName) or a socket with transportFormat "http"');
+    }
+    return operationStream(native, call, 'processMedia', params, options);
+  };
   return api;
 }
 

@@ -41,9 +41,15 @@ class VidoraError extends Error {
     return error;
   }
 
-  // `error` as a VidoraError when it comes from the native layer; anything else as it is.
+  // `error` as a VidoraError: a native error object with its chain; anything else a native
+  // function threw (a refused argument, an exception of the caller's parameter object) as
+  // ERR_INVALID_ARG, with that error as its `cause`.
   static from(error) {
-    return error && Array.isArray(error.errors) && !(error instanceof VidoraError) ? new VidoraError(error) : error;
+    if (error instanceof VidoraError) return error;
+    if (error && Array.isArray(error.errors)) return new VidoraError(error);
+    const wrapped = VidoraError.of('ERR_INVALID_ARG', error instanceof Error ? error.message : String(error));
+    wrapped.cause = error;
+    return wrapped;
   }
 }
 VidoraError.prototype.name = 'VidoraError';

@@ -1,6 +1,6 @@
 // Compiled with tsc --noEmit: every declared function used as an application would.
 import * as vidora from '../..';
-import type { VidoraError } from '../..';
+import type { NativeError } from '../..';
 
 const info: vidora.VersionInfo = vidora.version();
 const text: string = vidora.getErrorDescription(-2146959348);
@@ -12,7 +12,7 @@ vidora.setLogLevel({});
 try {
   vidora.getErrorDescription(0);
 } catch (err) {
-  const e = err as VidoraError;
+  const e = err as NativeError;
   const where: string = `${e.errors[0].fileName}:${e.errors[0].lineNumber}`;
   const extra: string | undefined = e.extraInfo?.path;
   console.log(info.buildNumber, text, now, where, extra, e.stackTrace?.length);
@@ -36,7 +36,7 @@ const statId: number = vidora.statvfs('/', (err, result) => {
 try {
   vidora.cancelOperation(nopId);
 } catch (err) {
-  console.log((err as VidoraError).errors[0].code);
+  console.log((err as NativeError).errors[0].code);
 }
 console.log(pools.length, nopCount, statId);
 
@@ -128,3 +128,44 @@ vidora.vrxFileEstimateSize({ srcFileNames: ['samples/sample.vrx'], wallClockStar
 vidora.vrxFileEstimateSize({ srcFileNames: ['samples/sample.vrx'], wallClockStart: 1767225600000,
   wallClockEnd: 1767225604000, getAvgKFrameSize: true }, (err, result) => console.log(err, result?.estimatedSize));
 console.log(createId);
+
+// The layer: Promises, callbacks, AbortSignal and streams.
+import { api, VidoraError as LayerError, AbortError } from '../..';
+import { pipeline } from 'stream/promises';
+import { createServer } from 'http';
+
+async function layer(): Promise<void> {
+  const { video } = await api.vrxFileInfo('/data/camera.vrx');
+  const { fragments } = await api.vrxFileListFragments({ fileName: '/data/camera.vrx' });
+  const spans: number = fragments.length + video.framesCount;
+  api.vrxFileEstimateSize({ srcFileNames: ['/data/camera.vrx'], wallClockStart: 0 }, (err, result) => {
+    if (err instanceof LayerError) console.log(err.code, err.full, err.errors[0].description, err.taskName);
+    else if (err instanceof AbortError) console.log(err.code);
+    if (result) console.log(result.estimatedSize, result.poolName);
+  });
+  const controller = new AbortController();
+  try {
+    const done = await api.processMedia({ srcFileName: '/data/camera.vrx', outputFormat: 'mp4',
+      dstFileName: '/tmp/clip.mp4', signal: controller.signal });
+    console.log(done.totalWrite, done.canceled, spans);
+  } catch (err) {
+    if (err instanceof AbortError || (err instanceof LayerError && err.code === 'ENOENT')) return;
+    throw err;
+  }
+  createServer(async (request, response) => {
+    const stream = api.processMediaStream({ srcFileName: '/data/camera.vrx', outputFormat: 'fmp4' },
+      { highWaterMark: 1 << 20 });
+    stream.once('result', (result) => console.log(result.totalRead, result.canceled));
+    await pipeline(stream, response).catch(() => {});
+  });
+  for await (const chunk of api.sendFileStream({ srcFileName: '/data/camera.vrx', offset: 0, length: 100 })) {
+    console.log((chunk as Buffer).length);
+  }
+  // @ts-expect-error: a stream is the destination of its operation
+  api.sendFileStream({ srcFileName: '/data/camera.vrx', dstFileName: '/tmp/copy' });
+  // @ts-expect-error: a Promise form takes no callback type of the native function
+  const id: number = await api.nop({ pool: 'Misc' });
+  const waiting: number = api.getWorkersPoolsStats()[0].layerWaiting;
+  console.log(id, waiting, api.setWorkersPoolsLimits({ Append: 3 }).length);
+}
+void layer;
