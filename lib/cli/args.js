@@ -22,9 +22,9 @@ const NEEDS = {
   size: 'a size in bytes (K, M, G, T allowed)', text: 'a value',
 };
 
-// `spec`: { positional: ['FILE', 'SRC...'], options: { name: 'flag' | kind | [choices] } }.
+// `grammar`: { positional: ['FILE', 'SRC...'], options: { name: 'flag' | kind | [choices] } }.
 // A positional name ending in "..." takes one or more values; one ending in "?" is optional.
-function parse(argv, spec) {
+function parse(argv, grammar) {
   const values = {};
   const positional = [];
   let optionsEnded = false;
@@ -39,7 +39,7 @@ function parse(argv, spec) {
       continue;
     }
     const name = arg.replace(/^--?/, '');
-    const kind = spec.options[name];
+    const kind = grammar.options[name];
     if (kind === undefined) throw new UsageError(`unknown option ${arg}`);
     if (kind === 'flag') {
       values[name] = true;
@@ -52,7 +52,7 @@ function parse(argv, spec) {
     }
     values[name] = value;
   }
-  return { ...values, ...placePositional(positional, spec.positional) };
+  return { ...values, ...placePositional(positional, grammar.positional) };
 }
 
 function placePositional(given, names) {
