@@ -51,12 +51,22 @@ function operationStream(native, call, name, params, options = {}) {
     destroy(error, done) {
       if (!ended && id !== null) {
         try { native.cancelOperation(id); } catch (cancelError) { /* it has just ended */ }
+      } else if (!ended) {
+        // Still waiting in its pool's queue: it must not start for nobody.
+        unqueue.abort();
       }
       done(error);
     },
   });
+  // Aborted by the caller's signal, or by a destroy before the operation started.
+  const unqueue = new AbortController();
+  const forward = () => unqueue.abort(options.signal.reason);
+  if (options.signal) {
+    if (options.signal.aborted) forward();
+    else options.signal.addEventListener('abort', forward, { once: true });
+  }
   const hooks = {
-    signal: options.signal,
+    signal: unqueue.signal,
     started: (operationId) => { id = operationId; },
     // The bytes left are readable only until the completion callback returns: all go now.
     ending: (operationId, error) => {
@@ -66,7 +76,8 @@ function operationStream(native, call, name, params, options = {}) {
       if (last.length > 0) stream.push(last);
     },
   };
-  call(name, [{ ...params, dstCallback: take }], hooks).then((result) => {
+  const settled = () => options.signal && options.signal.removeEventListener('abort', forward);
+  call(name, [{ ...params, dstCallback: take }], hooks).finally(settled).then((result) => {
     stream.result = result;
     stream.emit('result', result);
     if (pausedAt !== 0 && Date.now() - pausedAt >= IDLE_END_MS && !result.canceled) {

@@ -193,3 +193,23 @@ test('the pools only setWorkersPoolsLimits makes get the layer\'s limits unless 
   assert.strictEqual(child.status, 0, `${child.stderr} (exits by itself: ${child.signal === null})`);
   assert.deepStrictEqual(JSON.parse(child.stdout), { append: 2, transcode: 7, missing: 'ERR_POOL_NOT_FOUND' });
 });
+
+test('a stream destroyed while its call waits in the queue never starts its operation', async () => {
+  api.setWorkersPoolsLimits({ Serve: 2 });
+  try {
+    const { file } = sourceFile(64 * MiB, 5);
+    // 2 running and 150 native waiting places: the rest wait in the layer.
+    const holders = Array.from({ length: 152 }, () => api.sendFileStream({ srcFileName: file }));
+    const waiting = api.sendFileStream({ srcFileName: file });
+    await sleep(20);
+    assert.strictEqual(api.getWorkersPoolsStats().find((pool) => pool.name === 'Serve').layerWaiting, 1);
+    waiting.destroy();
+    for (const holder of holders) holder.destroy();
+    await sleep(200);
+    const serve = api.getWorkersPoolsStats().find((pool) => pool.name === 'Serve');
+    assert.deepStrictEqual([serve.layerWaiting, serve.inProgressSize, serve.pendingSize], [0, 0, 0]);
+    assert.strictEqual(waiting.result, undefined, 'never ran');
+  } finally {
+    api.setWorkersPoolsLimits({ Serve: 90 });
+  }
+});
