@@ -3,33 +3,17 @@
 // Frame rows are compared with frame_t::ToString as the C++ reader prints them (tools/vrx_walk).
 const test = require('node:test');
 const assert = require('assert');
-const { spawn, spawnSync } = require('child_process');
+const { spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, tempDir, runTool } = require('./helpers');
+const { vidora, tempDir, runTool, cliIn } = require('./helpers');
 const { findTool, childEnv, holdFlock } = require('../tools/vrx_tools');
 
-const CLI = path.join(__dirname, '..', 'bin', 'vidora.js');
 const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
 const dir = tempDir('vidora-cli-');
 
-// The CLI runs in a node of its own, with the sanitizer runtimes when this run has them.
-function cli(...args) {
-  const run = spawnSync(process.execPath, [CLI, ...args], { encoding: 'utf8', env: process.env, cwd: dir });
-  return { status: run.status, stdout: run.stdout, stderr: run.stderr };
-}
-
-function cliAsync(...args) {
-  return new Promise((resolve) => {
-    const child = spawn(process.execPath, [CLI, ...args], { env: process.env });
-    let stdout = '';
-    let stderr = '';
-    child.stdout.on('data', (d) => { stdout += d; });
-    child.stderr.on('data', (d) => { stderr += d; });
-    child.on('exit', (status) => resolve({ status, stdout, stderr }));
-  });
-}
+const { CLI, cli, cliAsync } = cliIn(dir);
 
 function listing(fn, arg) {
   return new Promise((resolve, reject) => {

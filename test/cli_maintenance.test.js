@@ -3,33 +3,19 @@
 // each command's text and JSON (the function's result), and the exit status of each failure.
 const test = require('node:test');
 const assert = require('assert');
-const { spawn, spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, tempDir } = require('./helpers');
+const { vidora, tempDir, cliIn } = require('./helpers');
 const { holdFlock, writeVrx } = require('../tools/vrx_tools');
 const { ok, T0 } = require('./managed_files');
 
 const ROOT = path.join(__dirname, '..');
-const CLI = path.join(ROOT, 'bin', 'vidora.js');
 const SEGMENTS = path.join(ROOT, 'samples', 'segments');
 const dir = tempDir('vidora-cli-maintenance-');
 fs.symlinkSync(path.join(ROOT, 'samples'), path.join(dir, 'samples'));
 
-function cli(...args) {
-  const run = spawnSync(process.execPath, [CLI, ...args], { encoding: 'utf8', env: process.env, cwd: dir });
-  return { status: run.status, stdout: run.stdout, stderr: run.stderr };
-}
-
-function cliAsync(...args) {
-  return new Promise((resolve) => {
-    const child = spawn(process.execPath, [CLI, ...args], { env: process.env, cwd: dir });
-    let stderr = '';
-    child.stderr.on('data', (d) => { stderr += d; });
-    child.on('exit', (status) => resolve({ status, stderr }));
-  });
-}
+const { cli, cliAsync } = cliIn(dir);
 
 const segment = (n) => path.join(SEGMENTS, `segment-${n}.vrx`);
 const TASK_FIELDS = ['id', 'name', 'poolName', 'timedOut', 'apiCallTime', 'operationStartTime', 'operationEndTime', 'callbackTime'];

@@ -74,7 +74,26 @@ function runNode(script, { onLine = () => {} } = {}) {
   });
 }
 
+// The command line, run in a node of its own (with the sanitizer runtimes when this run has
+// them) from `cwd`: `cli` waits for it to end, `cliAsync` resolves when it ends.
+const CLI = path.join(__dirname, '..', 'bin', 'vidora.js');
+function cliIn(cwd) {
+  const cli = (...args) => {
+    const { status, stdout, stderr } = spawnSync(process.execPath, [CLI, ...args], { encoding: 'utf8', env: process.env, cwd });
+    return { status, stdout, stderr };
+  };
+  const cliAsync = (...args) => new Promise((resolve) => {
+    const child = spawn(process.execPath, [CLI, ...args], { env: process.env, cwd });
+    let stdout = '';
+    let stderr = '';
+    child.stdout.on('data', (d) => { stdout += d; });
+    child.stderr.on('data', (d) => { stderr += d; });
+    child.on('exit', (status) => resolve({ status, stdout, stderr }));
+  });
+  return { CLI, cli, cliAsync };
+}
+
 // Values of every kind, for trying each argument position with the wrong type.
 const WRONG_VALUES = [undefined, null, 0, 1.5, NaN, 'text', '', true, Symbol('s'), 10n, [], () => {}];
 
-module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, runTool, runNode, WRONG_VALUES };
+module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, runTool, runNode, cliIn, WRONG_VALUES };

@@ -17,16 +17,6 @@ function runChild(script, env = {}) {
   return child.stdout;
 }
 
-test('a log file starts with the PID line of this process', () => {
-  const dir = tempDir();
-  const file = path.join(dir, 'a.log');
-  const pid = runChild(`
-    vidora.setLogFile({ path: ${JSON.stringify(file)} });
-    setTimeout(() => console.log(process.pid), 200);`).trim();
-  const first = fs.readFileSync(file, 'utf8').split('\n')[0];
-  assert.match(first, new RegExp(`^PID: ${pid}; vidora ${require('../package.json').version} `));
-});
-
 test('ADDON_LOG_LEVEL wins over setLogLevel and is logged', () => {
   const dir = tempDir();
   const file = path.join(dir, 'env.log');

@@ -11,24 +11,11 @@ const path = require('path');
 
 const { vidora, tempDir, runTool } = require('./helpers');
 const { writeVrx, holdFlock } = require('../tools/vrx_tools');
+const { CODES, call, ok: list, T0 } = require('./managed_files');
 
-const T0 = 1767225600000;  // 2026-01-01T00:00:00.000Z
-const TIMED_OUT = 0x80000004 | 0;
-const FILE_NOT_FOUND = 0x80000002 | 0;
+const TIMED_OUT = CODES.timedOut;
 const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
 const dir = tempDir('vidora-listing-');
-
-function call(fn, arg) {
-  return new Promise((resolve) => {
-    fn(arg, (error, result) => resolve({ error, result }));
-  });
-}
-
-async function list(fn, arg) {
-  const { error, result } = await call(fn, arg);
-  assert.strictEqual(error, null, error && error.message);
-  return result;
-}
 
 // rescale of the media model: half up, in integers.
 function rescale(value, from, to) {
@@ -431,7 +418,7 @@ test('bad files give an error object or a sane result, never a crash', async () 
         assert.ok(error.errors[0].full < 0, label);
         assert.strictEqual(error.message, vidora.getErrorDescription(error.errors[0].full), label);
         assert.strictEqual(result, null, label);
-        if (kind === 'missing') assert.strictEqual(error.errors[0].full, FILE_NOT_FOUND, label);
+        if (kind === 'missing') assert.strictEqual(error.errors[0].full, CODES.fileNotFound, label);
         if (kind === 'fifo') assert.strictEqual(error.errors[0].full, TIMED_OUT, label);
         continue;
       }

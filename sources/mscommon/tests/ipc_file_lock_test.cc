@@ -9,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
@@ -20,29 +19,14 @@
 
 #include "mscommon/ipc_file_lock.h"
 #include "mscommon/lock_closure.h"
+#include "temp_dir.h"
 
 extern char** environ;
 
 namespace ms {
 namespace {
 
-class TempDir {
- public:
-  TempDir() {
-    char pattern[] = "/tmp/vidora-ipclock-XXXXXX";
-    _path = mkdtemp(pattern);
-  }
-  ~TempDir() { std::system(("rm -rf '" + _path + "'").c_str()); }
-  std::string File(const std::string& name) const {
-    const std::string path = _path + "/" + name;
-    std::ofstream(path) << "vrx";
-    return path;
-  }
-  const std::string& path() const { return _path; }
-
- private:
-  std::string _path;
-};
+using vrex::abstraction::TempDir;
 
 // Runs a command under /bin/sh with `path` as $1 and returns its exit status.
 int ShellStatus(const std::string& command, const std::string& path) {

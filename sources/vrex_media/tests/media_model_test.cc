@@ -146,13 +146,6 @@ TEST(DtsCtsTest, ToString) {
             "-1/-1          ");
 }
 
-TEST(BoundsTest, ToString) {
-  bounds_t bounds;
-  bounds.offset = 1234;
-  bounds.size = -1;
-  EXPECT_EQ(bounds.ToString(), "OFF:1234 SZ:-1");
-}
-
 TEST(FrameTest, ListingLines) {
   clock_sync_t sync;
   sync.sc = timestamp_t(90000, 90000);

@@ -96,7 +96,13 @@ struct traf_summary_t {
   uint32_t trackId;
   uint64_t baseTime;
   uint32_t samples;
+  bool operator==(const traf_summary_t& o) const {
+    return trackId == o.trackId && baseTime == o.baseTime && samples == o.samples;
+  }
 };
+std::ostream& operator<<(std::ostream& out, const traf_summary_t& t) {
+  return out << "{track " << t.trackId << ", base " << t.baseTime << ", " << t.samples << " samples}";
+}
 std::vector<traf_summary_t> Trafs(const Bytes& fragment) {
   std::vector<traf_summary_t> out;
   std::string text(fragment.begin(), fragment.end());
@@ -227,11 +233,8 @@ TEST(WriterFMP4, FragmentBoundariesAndBaseTimes) {
     }
     ASSERT_EQ(run.sink.fragments.size(), expectedCounts.size()) << onKeyFrames;
     for (size_t i = 0; i < expectedCounts.size(); ++i) {
-      std::vector<traf_summary_t> trafs = Trafs(run.sink.fragments[i]);
-      ASSERT_EQ(trafs.size(), 1u);
-      EXPECT_EQ(trafs[0].trackId, 1u);
-      EXPECT_EQ(trafs[0].baseTime, expectedBase[i]) << "fragment " << i;
-      EXPECT_EQ(trafs[0].samples, expectedCounts[i]) << "fragment " << i;
+      EXPECT_EQ(Trafs(run.sink.fragments[i]), (std::vector<traf_summary_t>{{1, expectedBase[i], expectedCounts[i]}}))
+          << "fragment " << i;
       EXPECT_EQ(run.sink.starts[i], static_cast<long>(expectedBase[i] * 1000 / 12800));
       EXPECT_EQ(run.sink.ends[i], static_cast<long>((expectedBase[i] + expectedCounts[i] * 512) * 1000 / 12800));
     }
@@ -269,6 +272,7 @@ TEST(WriterFMP4, FragmentingRules) {
     int64_t durationMs;
     std::vector<step_t> steps;
     std::vector<std::vector<traf_summary_t>> fragments;
+    bool withVideo = true;
   };
   const case_t cases[] = {
       {"duration 2000 ms: video at 180000 past the first cuts, audio never", true, false, 2000,
@@ -283,33 +287,18 @@ TEST(WriterFMP4, FragmentingRules) {
       {"a DTS going back closes the fragment at that sample", false, false, 10000,
        {{'V', 90000}, {'P', 93000}, {'P', 3000}, {'P', 6000}},
        {{{1, 90000, 2}}, {{1, 3000, 2}}}},
+      {"audio alone decides: 20 ms at 48000 is 960 ticks, less than a frame, so each frame cuts", true, false, 20,
+       {{'A', 0}, {'A', 1024}, {'A', 2048}},
+       {{{1, 0, 1}}, {{1, 1024, 1}}, {{1, 2048, 1}}}, false},
   };
   for (const case_t& c : cases) {
     FileSink sink;
-    std::unique_ptr<WriterFMP4> writer =
-        RunSteps(c.withAudio ? &audio : nullptr, &video, false, c.onKeyFrames, c.durationMs, c.steps, sink);
+    std::unique_ptr<WriterFMP4> writer = RunSteps(c.withAudio ? &audio : nullptr, c.withVideo ? &video : nullptr, false,
+                                                  c.onKeyFrames, c.durationMs, c.steps, sink);
     EXPECT_EQ(writer->Flush(nullptr, nullptr), 0) << c.what;
-    ASSERT_EQ(sink.fragments.size(), c.fragments.size()) << c.what;
-    for (size_t i = 0; i < c.fragments.size(); ++i) {
-      std::vector<traf_summary_t> trafs = Trafs(sink.fragments[i]);
-      ASSERT_EQ(trafs.size(), c.fragments[i].size()) << c.what;
-      for (size_t t = 0; t < trafs.size(); ++t) {
-        EXPECT_EQ(trafs[t].trackId, c.fragments[i][t].trackId) << c.what << " fragment " << i;
-        EXPECT_EQ(trafs[t].baseTime, c.fragments[i][t].baseTime) << c.what << " fragment " << i;
-        EXPECT_EQ(trafs[t].samples, c.fragments[i][t].samples) << c.what << " fragment " << i;
-      }
-    }
-  }
-  // Audio alone decides: 20 ms at 48000 is 960 ticks, less than one frame, so each frame cuts.
-  FileSink sink;
-  std::unique_ptr<WriterFMP4> writer = RunSteps(&audio, nullptr, false, false, 20, {{'A', 0}, {'A', 1024}, {'A', 2048}}, sink);
-  EXPECT_EQ(writer->Flush(nullptr, nullptr), 0);
-  ASSERT_EQ(sink.fragments.size(), 3u);
-  for (uint32_t i = 0; i < 3; ++i) {
-    std::vector<traf_summary_t> trafs = Trafs(sink.fragments[i]);
-    EXPECT_EQ(trafs[0].trackId, 1u);
-    EXPECT_EQ(trafs[0].baseTime, 1024u * i);
-    EXPECT_EQ(trafs[0].samples, 1u);
+    std::vector<std::vector<traf_summary_t>> got;
+    for (const Bytes& fragment : sink.fragments) got.push_back(Trafs(fragment));
+    EXPECT_EQ(got, c.fragments) << c.what;
   }
 }
 
@@ -466,16 +455,9 @@ TEST(WriterFMP4, BaseTimestampRebasesEachTrack) {
     // Video: 10 s at 90000 plus the composition offset; audio: 10 s at 48000.
     const std::vector<std::vector<traf_summary_t>> expected = {{{1, 903000, 2}, {2, 480000, 2}},
                                                                  {{1, 993000, 1}, {2, 482048, 1}}};
-    ASSERT_EQ(sink.fragments.size(), expected.size()) << wallClock;
-    for (size_t i = 0; i < expected.size(); ++i) {
-      std::vector<traf_summary_t> trafs = Trafs(sink.fragments[i]);
-      ASSERT_EQ(trafs.size(), expected[i].size());
-      for (size_t t = 0; t < trafs.size(); ++t) {
-        EXPECT_EQ(trafs[t].trackId, expected[i][t].trackId) << wallClock << " fragment " << i;
-        EXPECT_EQ(trafs[t].baseTime, expected[i][t].baseTime) << wallClock << " fragment " << i;
-        EXPECT_EQ(trafs[t].samples, expected[i][t].samples) << wallClock << " fragment " << i;
-      }
-    }
+    std::vector<std::vector<traf_summary_t>> got;
+    for (const Bytes& fragment : sink.fragments) got.push_back(Trafs(fragment));
+    EXPECT_EQ(got, expected) << wallClock;
     EXPECT_EQ(sink.starts, (std::vector<long>{10000, 10043})) << wallClock;  // 482048 / 48 rounded
   }
 }

@@ -88,14 +88,6 @@ long appended_t::ContentsSize() const {
   return frames == 0 ? 0 : source->frameEnds[frames - 1];
 }
 
-Bytes ReadFileBytes(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary | std::ios::ate);
-  Bytes bytes(static_cast<size_t>(std::max<std::streamoff>(stream.tellg(), 0)));
-  stream.seekg(0);
-  stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  return bytes;
-}
-
 void CreateManagedFile(const std::string& path, long size) {
   const long fd = abstraction::FastAllocateFile(path.c_str(), size, 0644);
   EXPECT_GE(fd, 0);

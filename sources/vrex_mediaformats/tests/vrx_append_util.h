@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "abstraction/filelock.h"
+#include "mp4_test_util.h"
 #include "vrx_recording.h"
 #include "vrx_test_util.h"
 
@@ -15,7 +16,7 @@ namespace vrex {
 namespace mediaformats {
 namespace vrx_testing {
 
-Bytes ReadFileBytes(const std::string& path);
+using testing::ReadFileBytes;
 
 // Makes `path` a managed file as one is created: `size` bytes of skip packets, reserved with
 // fallocate.

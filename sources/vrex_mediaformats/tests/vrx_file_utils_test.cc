@@ -75,24 +75,6 @@ TEST(VrxFileUtilsTest, CreateOverACachedFileDropsItsAppender) {
   EXPECT_EQ(ReadState(file.path()).partitions.at(0).offset, 0) << "the first partition again";
 }
 
-TEST(VrxFileUtilsTest, ClearTakesOnlyManagedFiles) {
-  TempFile small(SkipRun(64 * 1024));
-  EXPECT_EQ(VREXFileUtils::VRXFileClear(small.path(), false), ERR_MEDIAFORMATS_INVALID_FILE_SIZE);
-  TempFile missing;
-  unlink(missing.path().c_str());
-  EXPECT_EQ(VREXFileUtils::VRXFileClear(missing.path(), false), abstraction::file_id_t::kFILE_NOT_FOUND);
-}
-
-TEST(VrxFileUtilsTest, CloseDropsTheCachedAppender) {
-  CutFile file({{0, 1}});
-  int err = 0;
-  std::weak_ptr<VREXFileAppender> cached = VREXFileAppender::Create(IdOf(file.path()), err);
-  ASSERT_FALSE(cached.expired());
-  EXPECT_EQ(VREXFileUtils::VRXFileClose(file.path()), 0);
-  EXPECT_TRUE(cached.expired()) << "its descriptors closed";
-  EXPECT_EQ(VREXFileUtils::VRXFileClose(file.path()), 0) << "nothing cached is fine";
-}
-
 TEST(VrxFileUtilsTest, MaintenanceWaitsForNoAppendOfThisProcess) {
   CutFile file({{0, 1}});
   const Bytes before = ReadFileBytes(file.path());

@@ -103,7 +103,6 @@ class RecordingObserver : public ReaderVREX::Observer {
   }
   int SignalMalformedPacketsDetected(unsigned short tid, VREXPayloadType) override {
     return Add("malformed tid=" + std::to_string(tid));
-    return 0;
   }
   int SignalPayloadRaw(unsigned short tid, VREXPayloadType, abstraction::DataSource* ds,
                        long offset, const void* data, long size) override {

@@ -51,6 +51,13 @@ std::vector<std::string> WaitForLines(const std::string& path, size_t count) {
   return Lines(ReadFile(path));
 }
 
+// Waits until the file holds `text`.
+void WaitForText(const std::string& path, const std::string& text) {
+  for (int i = 0; i < 500 && ReadFile(path).find(text) == std::string::npos; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
 class AddonFileLogAppenderTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -97,10 +104,7 @@ TEST_F(AddonFileLogAppenderTest, RollsToNumberedFilesNewestFirst) {
   AddonFileLogAppender appender(4, _path, pidLine.size() + 1, 3);
   for (int i = 0; i < 4; ++i) {
     Log(appender, 1, "line " + std::to_string(i));
-    for (int wait = 0; wait < 500; ++wait) {
-      if (ReadFile(_path).find("line " + std::to_string(i)) != std::string::npos) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    WaitForText(_path, "line " + std::to_string(i));
   }
   EXPECT_NE(std::string::npos, ReadFile(_path).find("line 3 "));
   EXPECT_NE(std::string::npos, ReadFile(_path + ".001").find("line 2 "));
@@ -113,9 +117,7 @@ TEST_F(AddonFileLogAppenderTest, OneFileRollsByTruncating) {
   Log(appender, 1, "aaa");
   WaitForLines(_path, 2);
   Log(appender, 1, "bbb");
-  for (int wait = 0; wait < 500 && ReadFile(_path).find("bbb") == std::string::npos; ++wait) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  WaitForText(_path, "bbb");
   const std::string text = ReadFile(_path);
   EXPECT_EQ(std::string::npos, text.find("aaa"));
   EXPECT_NE(std::string::npos, text.find("bbb"));

@@ -78,20 +78,6 @@ TEST_F(TaskTest, RunsOnANamedWorkerAndFreesItsSlot) {
   EXPECT_EQ(stats.at("probe").count, 1u);
 }
 
-TEST_F(TaskTest, StampsOperationTimesInsideTheCallWindow) {
-  std::shared_ptr<ProbeTask> task = std::make_shared<ProbeTask>(&_journal, "probe", "test");
-  const long before = static_cast<long>(GetTimestampMillis());
-  task->SetApiCallTime(before);
-  _pool->Enqueue(task, false);
-  RunLoopUntil([&] { return !_journal.ends.empty(); });
-  const long after = static_cast<long>(GetTimestampMillis());
-  EXPECT_LE(before, task->OperationStartTime());
-  EXPECT_LE(task->OperationStartTime(), task->OperationEndTime());
-  EXPECT_LE(task->OperationEndTime(), after);
-  EXPECT_EQ(task->TimeStats().count, 1u);
-  EXPECT_EQ(task->Result(), 0);
-}
-
 TEST_F(TaskTest, CopiesTheWorkersErrorRecord) {
   int line = 0;
   Enqueue(std::make_shared<ProbeTask>(&_journal, "probe", "test", -1, false, [&](ProbeTask&) {

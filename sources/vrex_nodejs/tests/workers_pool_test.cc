@@ -37,18 +37,6 @@ class WorkersPoolTest : public TaskFixture {
 
 };
 
-TEST_F(WorkersPoolTest, LimitOfOneRunsQueuedTasksInIdOrder) {
-  WorkersPool& pool = MakePool("single", 1);
-  std::vector<long> ids;
-  for (int i = 0; i < 30; ++i) ids.push_back(Offer(pool, "probe"));
-  EXPECT_EQ(pool.InProgressSize(), 1u);
-  EXPECT_EQ(pool.PendingSize(), 29u);
-  RunLoopUntil([&] { return _journal.ends.size() == ids.size(); });
-  EXPECT_EQ(EndedIds(), ids);
-  std::lock_guard<std::mutex> lock(_journal.startedMutex);
-  EXPECT_EQ(_journal.started, ids);
-}
-
 TEST_F(WorkersPoolTest, TheTaskPastTheFullPendingQueueIsDroppedButCounted) {
   WorkersPool& pool = MakePool("full", 1, 200);
   Gate gate;
@@ -76,17 +64,6 @@ TEST_F(WorkersPoolTest, ZeroLimitsAreStoredAsOne) {
   WorkersPool& pool = MakePool("zero", 0, 0);
   EXPECT_EQ(pool.MaxSize(), 1u);
   EXPECT_EQ(pool.MaxPending(), 1u);
-}
-
-TEST_F(WorkersPoolTest, StatisticsAreKeptPerTaskName) {
-  WorkersPool& pool = MakePool("mixed", 2);
-  for (int i = 0; i < 3; ++i) Offer(pool, "alpha");
-  for (int i = 0; i < 5; ++i) Offer(pool, "beta");
-  RunLoopUntil([&] { return _journal.ends.size() == 8u; });
-  ASSERT_EQ(pool.Stats().size(), 2u);
-  EXPECT_EQ(pool.Stats().at("alpha").count, 3u);
-  EXPECT_EQ(pool.Stats().at("beta").count, 5u);
-  EXPECT_EQ(pool.GetStats(), "inprogress 0/2 [alpha=0 beta=0 ] pending 0/200 [alpha=0 beta=0 ]");
 }
 
 TEST_F(WorkersPoolTest, StatsLineAndFindFollowRunningAndPendingTasks) {
