@@ -1,0 +1,31 @@
+'use strict';
+// The spans of continuous recording of a file, as a timeline shows them. vrxFileListFragments
+// reads them from the seek tables, so a span of a partition ends at its last seek point (the
+// last key frame), and no span crosses partitions. Here a span that ends at its partition's
+// last seek point reaches on to the partition's last video frame, and spans that follow each
+// other within the engine's own gap for continuity (less than 2,001 ms) are one.
+const CONTINUOUS_GAP_MS = 2000;
+
+// [{ start, end }] in ms, of `file` within [from, to] (each optional).
+async function listSpans(api, file, from, to) {
+  const [{ fragments }, { partitions }] = await Promise.all([
+    api.vrxFileListFragments({ fileName: file, wallClockStart: from || 0, wallClockEnd: to || 0 }),
+    api.vrxFileListPartitions(file),
+  ]);
+  const lastFrames = new Map();  // wall clock of a partition's last seek point -> of its last frame
+  for (const p of partitions) {
+    const last = p.seekPoints[p.seekPoints.length - 1];
+    if (last && p.lastVideoWallClockMillis > last.wallClockMillis) lastFrames.set(last.wallClockMillis, p.lastVideoWallClockMillis);
+  }
+  const spans = [];
+  for (const f of fragments) {
+    let end = lastFrames.get(f.wallClockEnd) || f.wallClockEnd;
+    if (to > 0) end = Math.min(end, to);
+    const previous = spans[spans.length - 1];
+    if (previous && f.wallClockStart - previous.end <= CONTINUOUS_GAP_MS) previous.end = Math.max(previous.end, end);
+    else spans.push({ start: f.wallClockStart, end });
+  }
+  return spans;
+}
+
+module.exports = { listSpans };
