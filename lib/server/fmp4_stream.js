@@ -72,16 +72,15 @@ async function serveFmp4(context, req, res, recording, { from, to }) {
     wallClockStart: from === undefined ? -1 : from,
     wallClockEnd: to === undefined ? -1 : to,
   }, { highWaterMark: context.streamHighWaterMark });
-  const gone = () => stream.destroy();
-  res.once('close', gone);
+  // A client that goes away cancels the operation at once, even while it waits for a
+  // recording to grow, when no read of the pipeline below is pending.
+  res.once('close', () => stream.destroy());
   let head;
   try {
     head = await readInitSegment(stream);
   } catch (error) {
     stream.destroy();
     throw error;
-  } finally {
-    res.off('close', gone);
   }
   const codecs = codecsOf(head.subarray(0, initSegmentLength(head)));
   res.writeHead(200, {

@@ -19,7 +19,7 @@ const { rangeOf } = require('./query');
 const { serveMp4 } = require('./mp4_download');
 const { serveFmp4 } = require('./fmp4_stream');
 const { staticFiles } = require('./static_files');
-const { listSpans } = require('./spans');
+const { listSpans, recordedRange } = require('./spans');
 
 function sendJson(res, value) {
   const body = JSON.stringify(value);
@@ -72,7 +72,8 @@ async function route(context, req, res) {
   }
   const range = rangeOf(search);
   const recording = await context.recordings.resolve(segments[2]);
-  await handler(context, req, res, recording, range);
+  await handler(context, req, res, recording, handler === serveSpans ? range
+    : await recordedRange(context.api, recording.file, range.from, range.to));
 }
 
 // An http.Server for `dir`, not yet listening. Options: `api` (the package's Promise layer),

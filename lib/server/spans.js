@@ -4,6 +4,8 @@
 // last key frame), and no span crosses partitions. Here a span that ends at its partition's
 // last seek point reaches on to the partition's last video frame, and spans that follow each
 // other within the engine's own gap for continuity (less than 2,001 ms) are one.
+const { HttpError } = require('./http_error');
+
 const CONTINUOUS_GAP_MS = 2000;
 
 // [{ start, end }] in ms, of `file` within [from, to] (each optional).
@@ -28,4 +30,14 @@ async function listSpans(api, file, from, to) {
   return spans;
 }
 
-module.exports = { listSpans };
+// The range to serve for a request of [from, to] (each optional): a start in a gap moves to
+// the next span, since the engine would otherwise snap it back to the last key frame before
+// the gap; a range with nothing recorded in it is a 404.
+async function recordedRange(api, file, from, to) {
+  const spans = await listSpans(api, file);
+  const first = spans.find((s) => (from === undefined || s.end >= from) && (to === undefined || s.start <= to));
+  if (!first) throw new HttpError(404, 'EMPTY_RANGE', 'nothing was recorded in that range');
+  return { from: from === undefined || from >= first.start ? from : first.start, to };
+}
+
+module.exports = { listSpans, recordedRange };

@@ -154,6 +154,25 @@
     play(span, Math.max(ms, span.start));
   }
 
+  // A recording has small holes where a partition starts: its audio ahead of the first key
+  // frame has no wall clock and is not served. A playhead stalled before a hole jumps to the
+  // buffered range behind it, if that starts within 2 s.
+  function skipHole() {
+    if (video.paused || video.readyState >= HTMLMediaElement.HAVE_FUTURE_DATA) return;
+    const ranges = video.buffered;
+    const now = video.currentTime;
+    for (let i = 0; i < ranges.length; ++i) {
+      if (ranges.start(i) <= now && ranges.end(i) - now > 0.3) return;  // still loading, no hole
+      const gap = ranges.start(i) - now;
+      if (gap > 0 && gap < 2) {
+        video.currentTime = ranges.start(i);
+        return;
+      }
+    }
+  }
+  video.addEventListener('waiting', skipHole);
+  setInterval(skipHole, 500);
+
   video.addEventListener('timeupdate', () => {
     if (!video.currentTime) return;
     const ms = video.currentTime * 1000;
