@@ -199,6 +199,8 @@
     const ms = momentAt(event.clientX);
     $('hover').hidden = false;
     $('hover').style.left = `${share(ms) * 100}%`;
+    // The label stays inside the timeline at both ends.
+    $('hover').style.transform = `translateX(${-Math.min(100, Math.max(0, share(ms) * 200 - 50))}%)`;
     $('hover').textContent = utc(ms);
     if (dragging) placeCursor(ms);
   });
