@@ -261,6 +261,7 @@ test('requests for what is not a recording of the folder, or with a wrong range,
     ['parameter twice', `${sample('mp4', { from: T0 })}&from=${T0}`, 400, 'BAD_PARAMETER'],
     ['parameters on the list', '/api/recordings?from=1', 400, 'BAD_PARAMETER'],
     ['nothing recorded after the end', sample('mp4', { from: T0 + 100000, to: T0 + 200000 }), 404, 'EMPTY_RANGE'],
+    ['nothing recorded after the end, to the end', sample('mp4', { from: T0 + 100000 }), 404, 'EMPTY_RANGE'],
     ['nothing recorded in a gap', sample('fmp4', { from: T0 + 10000, to: T0 + 20000 }), 404, 'EMPTY_RANGE'],
     ['nothing recorded before the start', sample('fmp4', { from: T0 - 9000, to: T0 - 5000 }), 404, 'EMPTY_RANGE'],
   ];
@@ -280,10 +281,11 @@ test('a client that goes away in the middle of a stream ends its operation', asy
   await listening;
   const write = () => vidora.api.getWorkersPoolsStats().find((pool) => pool.name === 'Write');
   const countBefore = (write().stats.processMedia || { count: 0 }).count;
-  // Without an end the stream follows the recording as it grows: once it has sent all there is,
-  // the operation waits for more.
+  // Without an end the stream follows the recording as it grows, even from past its end (from
+  // its last key frame): once it has sent all there is, the operation waits for more.
+  const following = url('h264.vrx', 'fmp4', { from: T0 + 10 * GAP });
   const res = await new Promise((resolve, reject) => {
-    http.get({ host: '127.0.0.1', port: server.address().port, path: url('h264.vrx', 'fmp4'), agent: false }, resolve).on('error', reject);
+    http.get({ host: '127.0.0.1', port: server.address().port, path: following, agent: false }, resolve).on('error', reject);
   });
   assert.strictEqual(res.statusCode, 200);
   res.resume();

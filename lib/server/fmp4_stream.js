@@ -18,8 +18,7 @@ const { initSegmentLength, codecsOf } = require('./mp4_boxes');
 const FINAL_FRAGMENT_FAILURE = 0x80080025 | 0;
 const isFinalFragmentFailure = (error) => error && error.full === FINAL_FRAGMENT_FAILURE;
 
-// The bytes of `stream`, ending at the final flush failure instead of failing; reading stops
-// (and `stream` is destroyed) when the result is destroyed.
+// The bytes of `stream`, ending at the final flush failure instead of failing with it.
 function throughFinalFragment(stream) {
   return Readable.from((async function* body() {
     try {
@@ -30,10 +29,10 @@ function throughFinalFragment(stream) {
   })(), { objectMode: false });
 }
 
-// Reads `stream` until its initialisation segment is complete; resolves with all the bytes
-// read so far, and leaves the stream paused for a pipe.
 const empty = () => new HttpError(404, 'EMPTY_RANGE', 'nothing was recorded in that range');
 
+// Reads `stream` until its initialisation segment is complete; resolves with all the bytes
+// read so far, and leaves the stream paused.
 function readInitSegment(stream) {
   return new Promise((resolve, reject) => {
     let head = Buffer.alloc(0);

@@ -73,7 +73,7 @@ async function route(context, req, res) {
   const range = rangeOf(search);
   const recording = await context.recordings.resolve(segments[2]);
   await handler(context, req, res, recording, handler === serveSpans ? range
-    : await recordedRange(context.api, recording.file, range.from, range.to));
+    : await recordedRange(context.api, recording.file, range.from, range.to, handler === serveFmp4));
 }
 
 // An http.Server for `dir`, not yet listening. Options: `api` (the package's Promise layer),

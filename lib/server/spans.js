@@ -32,12 +32,15 @@ async function listSpans(api, file, from, to) {
 
 // The range to serve for a request of [from, to] (each optional): a start in a gap moves to
 // the next span, since the engine would otherwise snap it back to the last key frame before
-// the gap; a range with nothing recorded in it is a 404.
-async function recordedRange(api, file, from, to) {
+// the gap; a range with nothing recorded in it is a 404, except a start past the end of a
+// recording that `follows` (a stream without an end): the recording may be growing, and the
+// stream starts at its last key frame.
+async function recordedRange(api, file, from, to, follows) {
   const spans = await listSpans(api, file);
   const first = spans.find((s) => (from === undefined || s.end >= from) && (to === undefined || s.start <= to));
-  if (!first) throw new HttpError(404, 'EMPTY_RANGE', 'nothing was recorded in that range');
-  return { from: from === undefined || from >= first.start ? from : first.start, to };
+  if (first) return { from: from === undefined || from >= first.start ? from : first.start, to };
+  if (follows && to === undefined && spans.length > 0) return { from, to };
+  throw new HttpError(404, 'EMPTY_RANGE', 'nothing was recorded in that range');
 }
 
 module.exports = { listSpans, recordedRange };

@@ -108,6 +108,7 @@
     const source = new MediaSource();
     video.src = URL.createObjectURL(source);
     await once(source, 'sourceopen');
+    URL.revokeObjectURL(video.src);
     let res;
     try {
       res = await fetch(api(recording, 'fmp4', { from, to: span.end }), { signal });
