@@ -3,7 +3,7 @@
 # apt-get when run as root; otherwise it stops at once with the one line to run), then the npm
 # packages when node_modules is missing. Sourced by scripts/test.sh; exits on failure.
 packages=(cmake g++ make pkg-config libuv1-dev libgtest-dev libgmock-dev libbenchmark-dev
-  libssl-dev ffmpeg clang libclang-rt-14-dev util-linux curl)
+  libssl-dev ffmpeg clang libclang-rt-14-dev util-linux curl chromium)
 
 missing=()
 for package in "${packages[@]}"; do
@@ -20,7 +20,7 @@ if [ ${#missing[@]} -gt 0 ]; then
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null || exit 1
 fi
 
-if [ ! -d node_modules/node-addon-api ] || [ ! -x node_modules/.bin/tsc ]; then
+if [ ! -d node_modules/node-addon-api ] || [ ! -x node_modules/.bin/tsc ] || [ ! -d node_modules/playwright-core ]; then
   echo "==== installing the npm packages"
   npm ci || exit 1
 fi

@@ -8,7 +8,7 @@ const path = require('path');
 
 const { vidora, tempDir } = require('./helpers');
 const { send } = require('./operation_helpers');
-const { makeRecording, probe, pictureHashes, expectedPictureHashes, T0 } = require('./recordings');
+const { makeRecording, probe, pictureHashes, expectedPictureHashes, forwardFrames, T0 } = require('./recordings');
 
 const dir = tempDir('vidora-media-');
 const GAP = 60000;
@@ -28,27 +28,6 @@ const recordings = {
 const serve = (params, sink = 'transfer', control) => send(params, sink, control, vidora.processMedia);
 const video = (frames) => frames.filter((f) => f.kind === 'video');
 const audio = (frames) => frames.filter((f) => f.kind === 'audio');
-
-// What a forward read of `rec` serves for a range: from the key frame that the start snaps to
-// (its sync node first, so the audio behind it too) up to the first frame past the end.
-function forwardFrames(rec, start = -1, end = -1, snap = 'before') {
-  let first = 0;
-  if (start > 0) {
-    const keys = rec.frames.map((f, i) => ({ f, i })).filter(({ f }) => f.kind === 'video' && f.key);
-    const before = keys.filter(({ f }) => f.wallClock <= start).pop();
-    const after = keys.find(({ f }) => f.wallClock >= start);
-    let pick = before || keys[0];
-    if (snap === 'after') pick = after || before;
-    if (snap === 'closest') pick = before && start - before.f.wallClock < 5000 ? before : after || before;
-    first = pick.i;
-  }
-  const frames = [];
-  for (const f of rec.frames.slice(first)) {
-    if (end > 0 && f.wallClock > end) break;
-    frames.push(f);
-  }
-  return frames;
-}
 
 // The frames of a VRX output, as our reader lists them from a file of it.
 async function vrxFrames(bytes) {

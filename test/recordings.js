@@ -128,4 +128,25 @@ function expectedPictureHashes(video, frames) {
   return frames.filter((f) => f.kind === 'video').map((f) => rank[f.index]).sort((a, b) => a - b).map((r) => hashes[r]);
 }
 
-module.exports = { makeRecording, probe, pictureHashes, expectedPictureHashes, packets, T0, STREAMS, FIXTURES };
+// What a forward read of `rec` serves for a range: from the key frame that the start snaps to
+// (its sync node first, so the audio behind it too) up to the first frame past the end.
+function forwardFrames(rec, start = -1, end = -1, snap = 'before') {
+  let first = 0;
+  if (start > 0) {
+    const keys = rec.frames.map((f, i) => ({ f, i })).filter(({ f }) => f.kind === 'video' && f.key);
+    const before = keys.filter(({ f }) => f.wallClock <= start).pop();
+    const after = keys.find(({ f }) => f.wallClock >= start);
+    let pick = before || keys[0];
+    if (snap === 'after') pick = after || before;
+    if (snap === 'closest') pick = before && start - before.f.wallClock < 5000 ? before : after || before;
+    first = pick.i;
+  }
+  const frames = [];
+  for (const f of rec.frames.slice(first)) {
+    if (end > 0 && f.wallClock > end) break;
+    frames.push(f);
+  }
+  return frames;
+}
+
+module.exports = { makeRecording, forwardFrames, probe, pictureHashes, expectedPictureHashes, packets, T0, STREAMS, FIXTURES };

@@ -9,6 +9,7 @@ const COMMANDS = {
   ...require('./listing'),
   ...require('./export'),
   ...require('./maintenance'),
+  ...require('./serve'),
 };
 
 const GLOBAL_OPTIONS = { json: 'flag', help: 'flag', h: 'flag' };
