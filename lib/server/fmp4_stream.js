@@ -6,28 +6,10 @@
 // The rest goes through stream.pipeline: a client that reads slowly pauses the operation, one
 // that goes away cancels it. Without `to` the answer follows a recording that grows, and ends
 // 30 s after its last frame. Timestamps are the wall clock: a moment t (ms) plays at t / 1000 s.
-const { Readable, pipeline } = require('stream');
+const { pipeline } = require('stream');
 
 const { HttpError } = require('./http_error');
 const { initSegmentLength, codecsOf } = require('./mp4_boxes');
-
-// The code with which processMedia's fragmented MP4 writer fails its final flush when the last
-// fragment holds samples of one track only: a range that ends just past a key frame, before
-// that fragment's first audio frame. Every fragment before it has gone out whole, so the
-// answer ends cleanly there, short of that last key frame.
-const FINAL_FRAGMENT_FAILURE = 0x80080025 | 0;
-const isFinalFragmentFailure = (error) => error && error.full === FINAL_FRAGMENT_FAILURE;
-
-// The bytes of `stream`, ending at the final flush failure instead of failing with it.
-function throughFinalFragment(stream) {
-  return Readable.from((async function* body() {
-    try {
-      for await (const chunk of stream) yield chunk;
-    } catch (error) {
-      if (!isFinalFragmentFailure(error)) throw error;
-    }
-  })(), { objectMode: false });
-}
 
 const empty = () => new HttpError(404, 'EMPTY_RANGE', 'nothing was recorded in that range');
 
@@ -52,7 +34,7 @@ function readInitSegment(stream) {
         }
       },
       end: () => finish(empty()),
-      error: (error) => finish(isFinalFragmentFailure(error) ? empty() : error),
+      error: (error) => finish(error),
       close: () => finish(new HttpError(499, 'CLIENT_GONE', 'the client went away')),
     };
     function finish(error, value) {
@@ -90,7 +72,7 @@ async function serveFmp4(context, req, res, recording, { from, to }) {
   });
   res.write(head);
   await new Promise((resolve) => {
-    pipeline(throughFinalFragment(stream), res, () => resolve());
+    pipeline(stream, res, () => resolve());
   });
 }
 
