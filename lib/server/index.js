@@ -78,12 +78,15 @@ async function route(context, req, res) {
 
 // An http.Server for `dir`, not yet listening. Options: `api` (the package's Promise layer),
 // `maxCacheBytes` (MP4 exports kept, default 1 GiB), `streams` (at least this many exports and
-// streams run at once: the limit of the "Write" pool is raised to it, default 100),
+// streams run at once: the limit of the "Write" pool is raised to it, default 100, and the
+// unused "Serve" pool's lowered),
 // `onError(error, req)` for failures of the server's own (5xx).
 function createServer(dir, { api, maxCacheBytes, streams = 100, onError = () => {} } = {}) {
   if (!api) throw new Error('createServer needs the package\'s api');
   const write = api.getWorkersPoolsStats().find((pool) => pool.name === 'Write');
-  if (write && write.maxSize < streams) api.setWorkersPoolsLimits({ Write: streams });
+  // Streams to JavaScript and exports to files run on "Write"; nothing here uses "Serve", whose
+  // limit goes down so that the sum of the limits stays within the 128 worker threads.
+  if (write && write.maxSize < streams) api.setWorkersPoolsLimits({ Write: streams, Serve: 2 });
   const context = {
     api,
     recordings: new Recordings(dir),
