@@ -2,7 +2,7 @@
 // sendFile against what an application would use instead, on one file with a warm page cache.
 // Not a test: it prints figures.
 //
-//   node bench/send_file.js [sizeMiB] [repeats]
+//   node bench/send_file.js [sizeMiB] [repeats]    (VIDORA_BENCH_DIR: where the file goes)
 //
 // Three pairs, each run `repeats` times alternating; the median of each counts:
 //   to a file:        sendFile with dstFileName  vs  cp (and read() of the bytes, the limit)
@@ -19,7 +19,7 @@ const vidora = require('..');
 
 const sizeMiB = Number(process.argv[2]) || 1024;
 const repeats = Number(process.argv[3]) || 5;
-const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'vidora-bench-send-'));
+const dir = fs.mkdtempSync(path.join(process.env.VIDORA_BENCH_DIR || os.tmpdir(), 'vidora-bench-send-'));
 const source = path.join(dir, 'source.bin');
 const target = path.join(dir, 'target.bin');
 
