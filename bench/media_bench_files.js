@@ -28,6 +28,10 @@ function timed(fn) {
   return millisSince(start);
 }
 
+// Writes every dirty page to disk, untimed before a timed run that writes a file: otherwise
+// each run would pay for the write-back (and the truncation) of the run before it.
+const settle = () => execFileSync('sync');
+
 const ff = (...args) => execFileSync('ffmpeg', ['-hide_banner', '-loglevel', 'error', '-y', ...args]);
 
 // The packets of one stream of `media`: {pos, size, key}, in stream order.
@@ -111,4 +115,4 @@ function warm(name) {
   fs.closeSync(fd);
 }
 
-module.exports = { T0, benchDir, median, millisSince, timed, ff, makeSource, makeRecording, makeHour, warm };
+module.exports = { T0, benchDir, median, millisSince, timed, settle, ff, makeSource, makeRecording, makeHour, warm };

@@ -8,7 +8,7 @@
 // seconds that ffmpeg encodes at bench time, repeated with growing timestamps, written by
 // tools/vrx_write in partitions of one minute with a sync node at each key frame (see
 // media_bench_files.js). ffmpeg gets the same content as an MP4 it wrote itself (-stream_loop
-// of the same two seconds).
+// of the same two seconds). Dirty pages are written back, untimed, before each timed run.
 //   export of the hour and of 10 minutes:  processMedia  vs  ffmpeg -c copy  vs  cp of the source
 //   memory: the peak RSS of a process that exports the hour, less that of one that only loads
 //           vidora, against 4 MB + 16 bytes per sample
@@ -18,7 +18,7 @@ const { execFileSync, spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
-const { T0, benchDir, median, timed, ff, makeSource, makeRecording, makeHour, warm } = require('./media_bench_files');
+const { T0, benchDir, median, timed, settle, ff, makeSource, makeRecording, makeHour, warm } = require('./media_bench_files');
 
 const runs = Number(process.argv[2]) || 3;
 const { dir, file } = benchDir('vidora-bench-media-');
@@ -60,10 +60,13 @@ function main() {
     const theirs = [];
     const copies = [];
     for (let r = 0; r < runs; r++) {
+      settle();
       ours.push(exportIn(name, { srcFileName: hour.vrx, outputFormat: 'mp4', dstFileName: out, wallClockStart: start, wallClockEnd: end }).ms);
       const span = (end - start) / 1000;
       const offset = (start - T0) / 1000;
+      settle();
       theirs.push(timed(() => ff('-ss', String(offset), '-i', hourMp4, '-t', String(span), '-c', 'copy', out)));
+      settle();
       copies.push(timed(() => execFileSync('cp', [hour.vrx, out])) * (end - start) / 3600000);
     }
     const [o, t, c] = [median(ours), median(theirs), median(copies)];
@@ -84,7 +87,9 @@ function main() {
   const oneHour = makeRecording(file, small, 1, 'one-hour.vrx');
   const times = { hour: [], day: [] };
   for (let r = 0; r < runs; r++) {
+    settle();
     times.hour.push(exportIn('1h', { srcFileName: oneHour.vrx, outputFormat: 'mp4', dstFileName: out, wallClockStart: T0, wallClockEnd: T0 + 3600000 }).ms);
+    settle();
     times.day.push(exportIn('24h', { srcFileName: day.vrx, outputFormat: 'mp4', dstFileName: out, wallClockStart: T0, wallClockEnd: T0 + 86400000 }).ms);
   }
   const ratio = median(times.day) / median(times.hour);
