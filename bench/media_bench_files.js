@@ -28,9 +28,13 @@ function timed(fn) {
   return millisSince(start);
 }
 
-// Writes every dirty page to disk, untimed before a timed run that writes a file: otherwise
-// each run would pay for the write-back (and the truncation) of the run before it.
-const settle = () => execFileSync('sync');
+// Removes `output` and writes every dirty page to disk, untimed before a timed run that writes
+// `output`: otherwise each run would pay for the truncation and the write-back of the run
+// before it.
+function settle(output) {
+  fs.rmSync(output, { force: true });
+  execFileSync('sync');
+}
 
 const ff = (...args) => execFileSync('ffmpeg', ['-hide_banner', '-loglevel', 'error', '-y', ...args]);
 

@@ -8,7 +8,8 @@
 // seconds that ffmpeg encodes at bench time, repeated with growing timestamps, written by
 // tools/vrx_write in partitions of one minute with a sync node at each key frame (see
 // media_bench_files.js). ffmpeg gets the same content as an MP4 it wrote itself (-stream_loop
-// of the same two seconds). Dirty pages are written back, untimed, before each timed run.
+// of the same two seconds). Before each timed run the output of the one before is removed and
+// dirty pages are written back, untimed.
 //   export of the hour and of 10 minutes:  processMedia  vs  ffmpeg -c copy  vs  cp of the source
 //   memory: the peak RSS of a process that exports the hour, less that of one that only loads
 //           vidora, against 4 MB + 16 bytes per sample
@@ -60,13 +61,13 @@ function main() {
     const theirs = [];
     const copies = [];
     for (let r = 0; r < runs; r++) {
-      settle();
+      settle(out);
       ours.push(exportIn(name, { srcFileName: hour.vrx, outputFormat: 'mp4', dstFileName: out, wallClockStart: start, wallClockEnd: end }).ms);
       const span = (end - start) / 1000;
       const offset = (start - T0) / 1000;
-      settle();
+      settle(out);
       theirs.push(timed(() => ff('-ss', String(offset), '-i', hourMp4, '-t', String(span), '-c', 'copy', out)));
-      settle();
+      settle(out);
       copies.push(timed(() => execFileSync('cp', [hour.vrx, out])) * (end - start) / 3600000);
     }
     const [o, t, c] = [median(ours), median(theirs), median(copies)];
@@ -87,9 +88,9 @@ function main() {
   const oneHour = makeRecording(file, small, 1, 'one-hour.vrx');
   const times = { hour: [], day: [] };
   for (let r = 0; r < runs; r++) {
-    settle();
+    settle(out);
     times.hour.push(exportIn('1h', { srcFileName: oneHour.vrx, outputFormat: 'mp4', dstFileName: out, wallClockStart: T0, wallClockEnd: T0 + 3600000 }).ms);
-    settle();
+    settle(out);
     times.day.push(exportIn('24h', { srcFileName: day.vrx, outputFormat: 'mp4', dstFileName: out, wallClockStart: T0, wallClockEnd: T0 + 86400000 }).ms);
   }
   const ratio = median(times.day) / median(times.hour);

@@ -9,8 +9,8 @@
 //   to a socket:      sendFile with dstTcpFd     vs  stream.pipeline(fs.createReadStream, socket)
 //   to JavaScript:    sendFile + transferOperationBufferedData  vs  fs.createReadStream
 // The socket's far end is another process that reads and discards; both senders feed it alike.
-// Before each run that writes a file, dirty pages are written back (untimed), so that no run
-// pays for the write-back of the one before.
+// Before each run of the file pair, the target of the one before is removed and dirty pages are
+// written back (untimed), so that no run pays for the truncation and write-back of another.
 const { execFileSync, spawn } = require('child_process');
 const fs = require('fs');
 const net = require('net');
@@ -110,7 +110,10 @@ async function main() {
       for (const kind of ['vidora', 'baseline', 'limit']) {
         const fn = kind === 'vidora' ? pair.vidora : pair[kind] && pair[kind][1];
         if (!fn) continue;
-        if (name === 'to a file') execFileSync('sync');
+        if (name === 'to a file') {
+          fs.rmSync(target, { force: true });
+          execFileSync('sync');
+        }
         const start = process.hrtime.bigint();
         await fn(port);
         runs[kind].push(sizeMiB / seconds(start));
