@@ -2,13 +2,15 @@
 // sendFile against what an application would use instead, on one file with a warm page cache.
 // Not a test: it prints figures.
 //
-//   node bench/send_file.js [sizeMiB] [repeats]
+//   node bench/send_file.js [sizeMiB] [repeats]    (VIDORA_BENCH_DIR: where the file goes)
 //
 // Three pairs, each run `repeats` times alternating; the median of each counts:
 //   to a file:        sendFile with dstFileName  vs  cp (and read() of the bytes, the limit)
 //   to a socket:      sendFile with dstTcpFd     vs  stream.pipeline(fs.createReadStream, socket)
 //   to JavaScript:    sendFile + transferOperationBufferedData  vs  fs.createReadStream
 // The socket's far end is another process that reads and discards; both senders feed it alike.
+// Before each run of the file pair, the target of the one before is removed and dirty pages are
+// written back (untimed), so that no run pays for the truncation and write-back of another.
 const { execFileSync, spawn } = require('child_process');
 const fs = require('fs');
 const net = require('net');
@@ -19,7 +21,7 @@ const vidora = require('..');
 
 const sizeMiB = Number(process.argv[2]) || 1024;
 const repeats = Number(process.argv[3]) || 5;
-const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'vidora-bench-send-'));
+const dir = fs.mkdtempSync(path.join(process.env.VIDORA_BENCH_DIR || os.tmpdir(), 'vidora-bench-send-'));
 const source = path.join(dir, 'source.bin');
 const target = path.join(dir, 'target.bin');
 
@@ -108,6 +110,10 @@ async function main() {
       for (const kind of ['vidora', 'baseline', 'limit']) {
         const fn = kind === 'vidora' ? pair.vidora : pair[kind] && pair[kind][1];
         if (!fn) continue;
+        if (name === 'to a file') {
+          fs.rmSync(target, { force: true });
+          execFileSync('sync');
+        }
         const start = process.hrtime.bigint();
         await fn(port);
         runs[kind].push(sizeMiB / seconds(start));

@@ -4,7 +4,8 @@
 //                  WriterVREX) appended into a 4 GiB file, against `cp` of the same file;
 //   FirstAppend/*  a 1-second append to a 4 GiB file of 10,000 partitions through a new
 //                  appender (cold: the file's tail is worked out again) against the cached one.
-// Files live in /tmp and are removed at exit. Run with --benchmark_repetitions=3 for medians.
+// Files live in VIDORA_BENCH_DIR (else /tmp) and are removed at exit. Run with
+// --benchmark_repetitions=3 for medians.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>

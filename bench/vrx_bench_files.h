@@ -1,5 +1,5 @@
-// Scratch files of the VRX benchmarks: paths under /tmp that go at exit, and temporary files
-// as a camera leaves them, written by WriterVREX.
+// Scratch files of the VRX benchmarks: paths under VIDORA_BENCH_DIR (else /tmp) that go at
+// exit, and temporary files as a camera leaves them, written by WriterVREX.
 #pragma once
 
 #include <fcntl.h>
@@ -20,7 +20,9 @@ using vrex::mediaformats::WriterVREX;
 
 inline std::string ScratchPath(const char* name) {
   static std::vector<std::string> made;
-  made.push_back("/tmp/vidora_bench_" + std::to_string(getpid()) + "_" + name);
+  const char* dir = getenv("VIDORA_BENCH_DIR");
+  made.push_back(std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/vidora_bench_" +
+                 std::to_string(getpid()) + "_" + name);
   if (made.size() == 1) {
     atexit([] {
       for (const std::string& path : made) unlink(path.c_str());

@@ -1,9 +1,9 @@
-// ReaderVREX over a 1 GiB recording made at start in /tmp (removed at exit): about 30 frames
-// per second of H.264-like sizes, a key frame with its sync node every 2 seconds, a partition
-// per minute, laid out as a managed file. Baseline: the same file read with plain read() in
-// 1 MiB steps, page cache warm. The frame walk that fetches every payload is what a served
-// range costs; the same walk dropping the read-ahead every 1000 frames shows what a caller
-// that gives way to writers (unlocks, relocks, drops) pays for it.
+// ReaderVREX over a 1 GiB recording made at start in VIDORA_BENCH_DIR or /tmp (removed at
+// exit): about 30 frames per second of H.264-like sizes, a key frame with its sync node every 2
+// seconds, a partition per minute, laid out as a managed file. Baseline: the same file read with
+// plain read() in 1 MiB steps, page cache warm. The frame walk that fetches every payload is
+// what a served range costs; the same walk dropping the read-ahead every 1000 frames shows what
+// a caller that gives way to writers (unlocks, relocks, drops) pays for it.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -19,6 +19,7 @@
 #include "mediaformats/vrx/reader_vrex.h"
 #include "mediaformats/vrx/vrx_packet.h"
 #include "mediaformats/vrx/writer_vrex.h"
+#include "vrx_bench_files.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ void PlaceInFile(std::vector<unsigned char>& partition, long at) {
 
 recording_t Generate() {
   recording_t out;
-  out.path = "/tmp/vidora_vrx_bench_" + std::to_string(getpid()) + ".vrx";
+  out.path = vidora_bench::ScratchPath("reader.vrx");
   const int fd = open(out.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (fd < 0) abort();
   std::mt19937 random(42);
@@ -109,12 +110,7 @@ recording_t Generate() {
 }
 
 const recording_t& Recording() {
-  static const recording_t recording = [] {
-    recording_t made = Generate();
-    static std::string path = made.path;
-    atexit([] { unlink(path.c_str()); });
-    return made;
-  }();
+  static const recording_t recording = Generate();
   return recording;
 }
 
