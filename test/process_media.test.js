@@ -194,3 +194,12 @@ test('timestamps: zero base, speed-up and a forced frame rate', async () => {
   const [stream] = probe(file).filter((s) => s.kind === 'video');
   assert.strictEqual(stream.packets[0].dts, 0);
 });
+
+test('a destination that refuses the bytes ends the export with the I/O error, for every format', async () => {
+  for (const outputFormat of ['mp4', 'fmp4', 'vrx', 'annexb']) {
+    const error = await new Promise((resolve) => vidora.processMedia({ srcFileName: recordings.h264.file, outputFormat,
+      dstFileName: '/dev/full', wallClockEnd: LATER }, (e) => resolve(e)));
+    assert.ok(error, `${outputFormat}: a device with no space fails the export`);
+    assert.ok([0x800C0011 | 0, 0x8000001C | 0].includes(error.errors[0].full), `${outputFormat}: ${error.message}`);
+  }
+});

@@ -98,12 +98,16 @@ class OperationProcessMedia : public common::BaseOperation,
   // Clears what a pass over the range leaves behind, so that another pass starts afresh.
   void ResetPass();
   void AppendToSink(const void* data, size_t size);
+  bool FlushMP4Data();
+  bool WriteMP4Bytes(const unsigned char* data, size_t size);
 
   ProcessMediaParams _params;
   std::unique_ptr<MediaReader> _reader;
   std::unique_ptr<mediaformats::BaseWriter> _writer;
   vrex::common::IOBuffer* _sink = nullptr;  // the buffer of the present ProcessData
   int _destFd = -1;                          // the destination file of the present ProcessData
+  std::vector<unsigned char> _mp4Pending;    // MP4 bytes not yet written to _destFd
+  static constexpr size_t kMp4WriteBlock = 1 << 20;
   std::vector<ms::CombinedLock> _locks;
   bool _keyFramesPhase = true;
 

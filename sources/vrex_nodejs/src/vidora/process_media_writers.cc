@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "abstraction/logging.h"
+#include "mediaformats/errors.h"
 #include "nodejs/errors.h"
 #include "vidora/operation_process_media.h"
 
@@ -129,6 +130,7 @@ int OperationProcessMedia::CloseWriter(IOBuffer& buffer) {
       LOGE << "<-# OperationProcessMedia::CloseWriter FAILED! MP4 Flush() err=" << flushed;
       return flushed;
     }
+    if (!FlushMP4Data()) return VREX_ERROR(::vrex::mediaformats::ERR_MEDIAFORMATS_DATA_SOURCE_IO);
   } else if (format == "fmp4") {
     const int flushed = static_cast<mediaformats::WriterFMP4*>(_writer.get())->Flush(nullptr, nullptr);
     if (flushed != 0) {
@@ -158,22 +160,38 @@ bool OperationProcessMedia::WriteH264Data(const void* data, size_t size) {
   return _sink != nullptr && _sink->ReadFromBuffer(data, static_cast<uint32_t>(size));
 }
 
+// The MP4 writer hands over each sample on its own: the bytes gather here and reach the file
+// a block at a time, before any seek and when the writer is closed.
 bool OperationProcessMedia::WriteMP4Data(const unsigned char* data, size_t size) {
-  const ssize_t written = write(_destFd, data, size);
-  if (written < 0) {
-    LOGE << "<-# OperationProcessMedia::WriteMP4Data FAILED! _destFd=" << _destFd << " size=" << size
-         << " errno=" << errno << " " << strerror(errno);
-    return false;
-  }
-  if (static_cast<size_t>(written) != size) {
-    LOGE << "<-# OperationProcessMedia::WriteMP4Data FAILED! _destFd=" << _destFd << " size=" << size
-         << " written=" << written;
-    return false;
+  if (_mp4Pending.size() + size > kMp4WriteBlock && !FlushMP4Data()) return false;
+  if (size >= kMp4WriteBlock) return WriteMP4Bytes(data, size);
+  _mp4Pending.insert(_mp4Pending.end(), data, data + size);
+  return true;
+}
+
+bool OperationProcessMedia::FlushMP4Data() {
+  const bool written = WriteMP4Bytes(_mp4Pending.data(), _mp4Pending.size());
+  _mp4Pending.clear();
+  return written;
+}
+
+bool OperationProcessMedia::WriteMP4Bytes(const unsigned char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t written = write(_destFd, data, size);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      LOGE << "<-# OperationProcessMedia::WriteMP4Data FAILED! _destFd=" << _destFd << " size=" << size
+           << " errno=" << errno << " " << strerror(errno);
+      return false;
+    }
+    data += written;
+    size -= static_cast<size_t>(written);
   }
   return true;
 }
 
 bool OperationProcessMedia::SeekIntoMP4Data(long offset, long whence) {
+  if (!FlushMP4Data()) return false;
   const off_t result = lseek(_destFd, offset, static_cast<int>(whence));
   if (result == -1 || result != whence + offset) {
     LOGE << "<-# OperationProcessMedia::SeekIntoMP4Data lseek() failed! offset=" << offset << " whence=" << whence;
