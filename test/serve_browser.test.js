@@ -38,14 +38,15 @@ test('the page plays a recording from a moment clicked on its timeline, and from
   // 6 s of 320x240 H.264 and AAC in three partitions; the third 30 s after the second.
   fs.copyFileSync(path.join(__dirname, '..', 'samples', 'sample.vrx'), path.join(served, 'sample.vrx'));
   const server = await spawnServe(served);
-  // The browser runs without the sanitizer runtimes that a sanitized run preloads into node.
-  const browser = await playwright().chromium.launch({ executablePath: CHROMIUM, env: childEnv(),
-    args: ['--autoplay-policy=no-user-gesture-required'] });
   t.after(async () => {
-    await browser.close();
     const { status, signal } = await server.stop();
     assert.ok(status === 0 || signal === 'SIGTERM', 'vidora serve ends cleanly on SIGTERM');
   });
+  // The browser runs without the sanitizer runtimes that a sanitized run preloads into node.
+  // A browser that does not start or close in time must not keep the test's process alive.
+  const browser = await playwright().chromium.launch({ executablePath: CHROMIUM, env: childEnv(), timeout: 20000,
+    args: ['--autoplay-policy=no-user-gesture-required'] });
+  t.after(() => Promise.race([browser.close(), new Promise((resolve) => setTimeout(resolve, 10000).unref())]));
   const page = await browser.newPage({ viewport: { width: 1000, height: 760 } });
   const problems = [];
   page.on('pageerror', (error) => problems.push(`page error: ${error.message}`));
