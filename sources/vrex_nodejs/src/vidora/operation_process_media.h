@@ -124,6 +124,7 @@ class OperationProcessMedia : public common::BaseOperation,
                        std::chrono::steady_clock::time_point& lockedAt);
   int ReInitWriter();
   int CreateMp4FamilyWriter(long startWallClock, const std::string& name);
+  bool BeginLockedRead(const ms::LockClosure& closure, const char* pass);
   int ReadIDRBackward(vrex::common::IOBuffer& buffer, unsigned long minBytes);
   int ReadGOPBackward(vrex::common::IOBuffer& buffer, unsigned long minBytes, bool enableKeyFrameFirst);
   // The frame filters of a forward read, in order; STEP_DROP passes the frame over.

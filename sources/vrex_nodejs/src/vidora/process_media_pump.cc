@@ -234,14 +234,20 @@ int OperationProcessMedia::WriteFrame(const media::frame_t& frame, const media::
   return 0;
 }
 
+// A read pass holds the sources' locks; what the read-ahead held before them is not trusted.
+bool OperationProcessMedia::BeginLockedRead(const ms::LockClosure& closure, const char* pass) {
+  if (!closure.IsLocked()) {
+    LOGE << "<-# OperationProcessMedia::" << pass << " actionId=" << ActionId() << " FAILED! Unable to lock files.";
+    return false;
+  }
+  _reader->DropReadAhead();
+  return true;
+}
+
 int OperationProcessMedia::ReadForward(IOBuffer& buffer, unsigned long minBytes, bool enableKeyFrameFirst) {
   ms::LockClosure closure(_locks);
-  if (!closure.IsLocked()) {
-    LOGE << "<-# OperationProcessMedia::ReadForward actionId=" << ActionId() << " FAILED! Unable to lock files.";
-    return -1;
-  }
+  if (!BeginLockedRead(closure, "ReadForward")) return -1;
   auto lockedAt = std::chrono::steady_clock::now();
-  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
@@ -303,12 +309,8 @@ int OperationProcessMedia::ReadForward(IOBuffer& buffer, unsigned long minBytes,
 int OperationProcessMedia::ReadIDRBackward(IOBuffer& buffer, unsigned long minBytes) {
   if (_sourceIsMp4) return VREX_ERROR(vrex::webrtcnodejs::ERR_NODEJS_NOT_IMPLEMENTED);
   ms::LockClosure closure(_locks);
-  if (!closure.IsLocked()) {
-    LOGE << "<-# OperationProcessMedia::ReadIDRBackward actionId=" << ActionId() << " FAILED! Unable to lock files.";
-    return -1;
-  }
+  if (!BeginLockedRead(closure, "ReadIDRBackward")) return -1;
   auto lockedAt = std::chrono::steady_clock::now();
-  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
@@ -339,12 +341,8 @@ int OperationProcessMedia::ReadIDRBackward(IOBuffer& buffer, unsigned long minBy
 
 int OperationProcessMedia::ReadGOPBackward(IOBuffer& buffer, unsigned long minBytes, bool enableKeyFrameFirst) {
   ms::LockClosure closure(_locks);
-  if (!closure.IsLocked()) {
-    LOGE << "<-# OperationProcessMedia::ReadGOPBackward actionId=" << ActionId() << " FAILED! Unable to lock files.";
-    return -1;
-  }
+  if (!BeginLockedRead(closure, "ReadGOPBackward")) return -1;
   auto lockedAt = std::chrono::steady_clock::now();
-  _reader->DropReadAhead();  // a size it cannot take stays as it was
   for (;;) {
     if (IsCompleteOrPaused() || buffer.GetAvailableBytesCount() >= minBytes) return 0;
     if (!RelockLongLocks(closure, lockedAt)) return -1;
