@@ -19,15 +19,30 @@ function referenceFrames(dir) {
   });
 }
 
-// What is wrong with the file as one listing round sees it, or nothing.
-async function checkListing(file, reference) {
-  const problems = [];
-  const partitions = await call(vidora.vrxFileListPartitions, file);
-  const frames = await call(vidora.vrxFileListFrames, file);
-  for (const { error } of [partitions, frames]) {
-    if (error) return error.errors[0].full === CODES.timedOut ? null : [`listing failed: ${error.message}`];
+// One state of the file: its partitions, its frames and its bytes, taken between two equal
+// partition listings (each listing is whole, but another process may change the file between
+// two of them). Returns {problems} for a listing that failed, null when the file kept moving
+// or a lock timed out.
+async function snapshot(file) {
+  for (let attempt = 0; attempt < 5; ++attempt) {
+    const partitions = await call(vidora.vrxFileListPartitions, file);
+    const frames = await call(vidora.vrxFileListFrames, file);
+    const bytes = fs.readFileSync(file);
+    const again = await call(vidora.vrxFileListPartitions, file);
+    for (const { error } of [partitions, frames, again]) {
+      if (error) return error.errors[0].full === CODES.timedOut ? null : { problems: [`listing failed: ${error.message}`] };
+    }
+    if (JSON.stringify(partitions.result.partitions) === JSON.stringify(again.result.partitions)) return { partitions, frames, bytes };
   }
-  const bytes = fs.readFileSync(file);
+  return null;
+}
+
+// What is wrong with the file as one listing round sees it, or null when no state held still.
+async function checkListing(file, reference) {
+  const state = await snapshot(file);
+  if (state === null || state.problems) return state && state.problems;
+  const { partitions, frames, bytes } = state;
+  const problems = [];
   for (const f of frames.result.frames) {
     const want = reference.get(`${f.trackId}/${f.timestamp.dts.value}`);
     if (!want || !want.equals(bytes.subarray(f.offset, f.offset + f.length))) {

@@ -2,7 +2,8 @@
 // Several processes on one recording file at once, each for a fixed number of rounds: two
 // append new segments, one cuts the oldest content, two list it and check every frame against
 // the packets ffmpeg made and every seek point against its partition. No process may meet a
-// broken frame or table; the locks may make one wait (a time-out is counted, not a failure).
+// broken frame or table; the locks may make one wait, and a lister may find no still state
+// (either is counted as a time-out, not a failure).
 // At the end recover's walk finds nothing to fix and the file lists clean.
 //
 // VIDORA_PROCESS_LOOP_ROUNDS=N sets the rounds of each process (default 6; 200 for a long run).
