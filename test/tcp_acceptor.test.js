@@ -106,6 +106,40 @@ test('closing while connections arrive: no callback after the close, and the pro
   assert.ok(result.connected >= 50 && result.connected + result.failed >= 400, JSON.stringify(result));
 });
 
+test('out of descriptors, the acceptor rests instead of spinning, and accepts once one frees', async () => {
+  // The server lowers its own descriptor limit and fills it; a client's connection then waits
+  // in the backlog, keeping the socket ready, until the server lets ten descriptors go.
+  const port = await freePort();
+  let client;
+  const server = await runNode(`
+    const vidora = require(${root});
+    const fs = require('fs');
+    require('child_process').execFileSync('prlimit', ['--pid', String(process.pid), '--nofile=256:256']);
+    const id = vidora.createTcpAcceptor('127.0.0.1:${port}', (connection) => {
+      vidora.closeTcpConnection(connection.fd);
+      vidora.closeTcpAcceptor(id);
+      console.log(JSON.stringify({ busyMs, accepted: true }));
+    });
+    const held = [];
+    try { for (;;) held.push(fs.openSync('/dev/null', 'r')); } catch (err) { if (err.code !== 'EMFILE') throw err; }
+    let busyMs = null;
+    console.log('full');
+    setTimeout(() => {
+      const before = process.cpuUsage();
+      setTimeout(() => {
+        const used = process.cpuUsage(before);
+        busyMs = Math.round((used.user + used.system) / 1000);
+        held.splice(0, 10).forEach((fd) => fs.closeSync(fd));
+      }, 500);
+    }, 300);
+  `, { onLine: (line) => { if (line === 'full') client = net.connect(port, '127.0.0.1').on('error', () => {}); } });
+  client.destroy();
+  assert.strictEqual(server.status, 0, server.stderr);
+  const { busyMs, accepted } = JSON.parse(server.stdout.split('\n')[1]);
+  assert.ok(accepted);
+  assert.ok(busyMs < 100, `${busyMs} ms of processor time in 500 ms of waiting`);
+});
+
 test('an exception thrown by the callback is the process\'s uncaught exception', async () => {
   const port = await freePort();
   const ended = await runNode(`

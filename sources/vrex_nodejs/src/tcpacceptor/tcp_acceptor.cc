@@ -2,6 +2,7 @@
 #include "tcpacceptor/tcp_acceptor.h"
 
 #include <errno.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -23,6 +24,9 @@ using vrex::webrtcnodejs::ERR_NODEJS_LIBUV;
 namespace {
 
 constexpr int kBacklog = 666;
+// How long polling rests when accept finds no descriptor or memory: the waiting connection
+// keeps the socket ready, so level-triggered polling would otherwise spin until one frees.
+constexpr uint64_t kRestMillis = 100;
 
 // The open acceptors by id. Main thread only.
 std::map<long, tcp_acceptor_t*> _acceptors;
@@ -75,8 +79,10 @@ int tcp_acceptor_t::Init(const Napi::CallbackInfo& info) {
     return code;
   }
   if (uv_poll_init(uv_default_loop(), &_handle, _fd) < 0) return VREX_ERROR(ERR_NODEJS_LIBUV);
+  uv_timer_init(uv_default_loop(), &_rest);
   _handleInitialized = true;
   _handle.data = this;
+  _rest.data = this;
   if (uv_poll_start(&_handle, UV_READABLE | UV_DISCONNECT, OnUvEvents) < 0) {
     return VREX_ERROR(ERR_NODEJS_LIBUV);
   }
@@ -97,11 +103,29 @@ void tcp_acceptor_t::Close() {
     delete this;
     return;
   }
+  _openHandles = 2;
   uv_close(reinterpret_cast<uv_handle_t*>(&_handle), OnUvClosed);
+  uv_close(reinterpret_cast<uv_handle_t*>(&_rest), OnUvClosed);
 }
 
 void tcp_acceptor_t::OnUvClosed(uv_handle_t* handle) {
-  delete static_cast<tcp_acceptor_t*>(handle->data);
+  auto* self = static_cast<tcp_acceptor_t*>(handle->data);
+  if (--self->_openHandles == 0) delete self;
+}
+
+void tcp_acceptor_t::OnUvRested(uv_timer_t* timer) {
+  auto* self = static_cast<tcp_acceptor_t*>(timer->data);
+  uv_poll_start(&self->_handle, UV_READABLE | UV_DISCONNECT, OnUvEvents);
+}
+
+void tcp_acceptor_t::Rest(int error) {
+  if (!_resting) {
+    LOGW << "    tcp_acceptor_t id=" << _id << " cannot accept (" << strerror(error)
+         << "): connections wait until descriptors free";
+  }
+  _resting = true;
+  uv_poll_stop(&_handle);
+  uv_timer_start(&_rest, OnUvRested, kRestMillis, 0);
 }
 
 void tcp_acceptor_t::OnUvEvents(uv_poll_t* handle, int status, int) {
@@ -128,7 +152,14 @@ void tcp_acceptor_t::OnEvents(int status) {
   // One connection per event: polling is level-triggered, so the next one brings another
   // event. A failure (the peer gave up, another event was first) waits for the next one.
   const int fd = accept4(_fd, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC);
-  if (fd < 0) return;
+  if (fd < 0) {
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) Rest(errno);
+    return;
+  }
+  if (_resting) {
+    _resting = false;
+    LOGI << "    tcp_acceptor_t id=" << _id << " accepts again";
+  }
   vrex::abstraction::SocketAddress address;
   if (address.Init(reinterpret_cast<const sockaddr*>(&peer), length) < 0 || !address.IsValid()) {
     close(fd);

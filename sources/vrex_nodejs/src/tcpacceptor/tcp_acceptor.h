@@ -31,7 +31,7 @@ class tcp_acceptor_t {
   int Init(const Napi::CallbackInfo& info);
 
   // Stops listening and polling and forgets the id. The object frees itself once libuv has let
-  // the handle go; connections accepted before are left alone.
+  // its handles go; connections accepted before are left alone.
   void Close();
 
   long Id() const { return _id; }
@@ -43,9 +43,12 @@ class tcp_acceptor_t {
   ~tcp_acceptor_t();
 
   static void OnUvEvents(uv_poll_t* handle, int status, int events);
+  static void OnUvRested(uv_timer_t* timer);
   static void OnUvClosed(uv_handle_t* handle);
   // Accepts one connection, or reports a polling failure, to the callback.
   void OnEvents(int status);
+  // Stops polling for a while after accept ran out of descriptors or memory (`error`).
+  void Rest(int error);
   // Calls the callback with `value`; an exception that it throws becomes uncaught.
   void Report(napi_value value);
 
@@ -54,7 +57,10 @@ class tcp_acceptor_t {
   napi_env _env = nullptr;
   std::unique_ptr<common::async_callback_t> _callback;
   uv_poll_t _handle;
+  uv_timer_t _rest;  // restarts polling after a rest
   bool _handleInitialized = false;
+  bool _resting = false;  // accept failed for want of resources, and has not succeeded since
+  int _openHandles = 0;   // while closing: the handles libuv has not let go yet
   int _fd = -1;  // the listening socket
 };
 
