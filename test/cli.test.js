@@ -7,19 +7,13 @@ const { spawnSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, tempDir, runTool, cliIn } = require('./helpers');
-const { findTool, childEnv, holdFlock } = require('../tools/vrx_tools');
+const { vidora, SAMPLE, tempDir, runTool, readOnlySample, runAsNobody, cliIn } = require('./helpers');
+const { ok: listing, sampleWithSeekPoint } = require('./managed_files');
+const { findTool, childEnv } = require('../tools/vrx_tools');
 
-const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
 const dir = tempDir('vidora-cli-');
 
-const { CLI, cli, cliAsync } = cliIn(dir);
-
-function listing(fn, arg) {
-  return new Promise((resolve, reject) => {
-    fn(arg, (error, result) => (error ? reject(error) : resolve(result)));
-  });
-}
+const { CLI, cli } = cliIn(dir);
 
 test('--help lists the commands and options', () => {
   const { status, stdout, stderr } = cli('--help');
@@ -100,7 +94,7 @@ test('partitions and fragments print the sample\'s layout', () => {
   ].join('\n'));
 });
 
-test('errors give a clear message and their own exit status', async () => {
+test('errors give a clear message and their own exit status', () => {
   const notVrx = path.join(dir, 'notes.txt');
   fs.writeFileSync(notVrx, 'these are not the packets you are looking for\n'.repeat(10));
   const cases = [
@@ -121,30 +115,12 @@ test('errors give a clear message and their own exit status', async () => {
     assert.match(run.stderr, message, args.join(' '));
     assert.strictEqual(run.stdout, '', args.join(' '));
   }
-
-  const locked = path.join(dir, 'locked.vrx');
-  fs.copyFileSync(SAMPLE, locked);
-  const holder = await holdFlock(locked, '-x');
-  try {
-    const run = await cliAsync('info', locked);
-    assert.strictEqual(run.status, 5);
-    assert.match(run.stderr, /locked\.vrx: locked by another process \(gave up after 1\.5 s\)/);
-  } finally {
-    await holder.release();
-  }
+  // (A file locked by another process: the maintenance commands' failures.)
 });
 
 test('damaged, odd and unwritable files give their own message and status, never a stack trace', async () => {
-  const { partitions: [first] } = await listing(vidora.vrxFileListPartitions, SAMPLE);
-  const secondWallClock = first.fullBounds.offset + first.fullBounds.length - 8 - 16 * first.seekPoints.length + 24;
-  const damaged = (name, value) => {
-    const bytes = fs.readFileSync(SAMPLE);
-    bytes.writeBigInt64BE(value, secondWallClock);
-    fs.writeFileSync(path.join(dir, name), bytes);
-    return path.join(dir, name);
-  };
-  const backwards = damaged('backwards.vrx', 1767225600000n - 1n);
-  const far = damaged('far.vrx', 2n ** 62n);
+  const backwards = await sampleWithSeekPoint(dir, 'backwards.vrx', 1767225600000n - 1n);
+  const far = await sampleWithSeekPoint(dir, 'far.vrx', 2n ** 62n);
   const dashed = path.join(dir, '-x.vrx');
   fs.copyFileSync(SAMPLE, dashed);
   const fifo = path.join(dir, 'fifo.vrx');
@@ -172,13 +148,9 @@ test('damaged, odd and unwritable files give their own message and status, never
   // "--" ends the options: a file may start with a dash.
   assert.strictEqual(cli('info', '--', '-x.vrx').stdout, cli('info', SAMPLE).stdout.replace(SAMPLE, '-x.vrx'));
 
-  if (process.getuid() === 0 && spawnSync('runuser', ['--help']).status === 0) {
-    const readonly = path.join(tempDir('vidora-cli-ro-'), 'readonly.vrx');
-    fs.copyFileSync(SAMPLE, readonly);
-    fs.chmodSync(readonly, 0o444);
-    fs.chmodSync(path.dirname(readonly), 0o755);
-    const run = spawnSync('runuser', ['-u', 'nobody', '--', process.execPath, CLI, 'info', readonly],
-      { encoding: 'utf8', env: process.env });
+  const readonly = readOnlySample();
+  const run = runAsNobody(process.execPath, CLI, 'info', readonly);
+  if (run !== null) {
     assert.strictEqual(run.status, 5, run.stderr);
     assert.match(run.stderr, /readonly\.vrx: cannot be locked: vidora locks a recording through a descriptor opened for writing/);
   }

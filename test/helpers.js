@@ -2,14 +2,38 @@
 // Shared helpers of the JavaScript tests.
 const assert = require('assert');
 const fs = require('fs');
+const http = require('http');
+const net = require('net');
 const os = require('os');
 const path = require('path');
 const { spawn, spawnSync } = require('child_process');
 
 const vidora = require('..');
 
-// The code "NodeJS function parameters are incorrect" (module 8, code 12) as JavaScript sees it.
-const INVALID_PARAMETERS = -2146959348;
+const SAMPLE = path.join(__dirname, '..', 'samples', 'sample.vrx');
+// What a script of runNode or runNodeSync writes to load the package under test.
+const REQUIRE_VIDORA = `require(${JSON.stringify(path.join(__dirname, '..'))})`;
+
+// The codes of the errors the tests expect, as signed 32-bit numbers (as JavaScript sees them).
+const systemError = (errno) => (0x80000000 | errno) | 0;
+const CODES = {
+  fileNotFound: systemError(2),
+  timedOut: systemError(4),
+  invalidRange: 0x80080008 | 0,
+  invalidParameters: 0x8008000c | 0,
+  operationNotFound: 0x8008000e | 0,
+  noRecordings: 0x80080010 | 0,
+  invalidFileSize: 0x800c0002 | 0,
+  incorrectContent: 0x800c0005 | 0,
+  notEnoughSpace: 0x800c0006 | 0,
+  noSyncNode: 0x800c000e | 0,
+  noPartition: 0x800c001d | 0,
+  doubleAppend: 0x800c001e | 0,
+};
+const INVALID_PARAMETERS = CODES.invalidParameters;
+// The fields every task's result has, whatever the task.
+const TASK_FIELDS = ['id', 'name', 'poolName', 'timedOut', 'apiCallTime', 'operationStartTime', 'operationEndTime',
+  'callbackTime'];
 
 // Asserts that `fn` throws vidora's error object for `full` (a signed 32-bit code).
 function assertThrowsCode(fn, full, message) {
@@ -28,6 +52,9 @@ function tempDir(prefix = 'vidora-test-') {
   process.on('exit', () => fs.rmSync(dir, { recursive: true, force: true }));
   return dir;
 }
+
+const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+const poolStats = (name) => vidora.getWorkersPoolsStats().find((pool) => pool.name === name);
 
 // Polls `predicate` every 10 ms until it is true or `timeoutMs` passes.
 async function waitFor(predicate, timeoutMs = 5000) {
@@ -74,6 +101,60 @@ function runNode(script, { onLine = () => {} } = {}) {
   });
 }
 
+// Runs `script` in a new node process with `env` added to this one's, and waits for its end.
+function runNodeSync(script, env = {}) {
+  return spawnSync(process.execPath, ['-e', script], { encoding: 'utf8', timeout: 120000, env: { ...process.env, ...env } });
+}
+
+// A child process ended by itself with `status`, nothing on standard error and, when given, `stdout`.
+function assertCleanExit(child, stdout, status = 0) {
+  assert.strictEqual(child.signal, null, child.stderr);
+  assert.strictEqual(child.stderr, '');
+  assert.strictEqual(child.status, status);
+  if (stdout !== undefined) assert.strictEqual(child.stdout, stdout);
+}
+
+// A copy of the sample that nobody but root may write, in a folder anyone may enter.
+function readOnlySample() {
+  const file = path.join(tempDir('vidora-readonly-'), 'readonly.vrx');
+  fs.copyFileSync(SAMPLE, file);
+  fs.chmodSync(file, 0o444);
+  fs.chmodSync(path.dirname(file), 0o755);
+  return file;
+}
+
+// Runs `command` as the user nobody; null when this run cannot (not root, or no runuser).
+function runAsNobody(command, ...args) {
+  if (process.getuid() !== 0 || spawnSync('runuser', ['--help']).status !== 0) return null;
+  return spawnSync('runuser', ['-u', 'nobody', '--', command, ...args], { encoding: 'utf8', env: process.env });
+}
+
+// A port that nothing listens on at the moment of asking; null when `host` is not here.
+function freePort(host = '127.0.0.1') {
+  return new Promise((resolve) => {
+    const server = net.createServer();
+    server.on('error', () => resolve(null));
+    server.listen(0, host, () => {
+      const { port } = server.address();
+      server.close(() => resolve(port));
+    });
+  });
+}
+
+// One HTTP request on a new connection to 127.0.0.1: { status, headers, body }.
+function httpRequest(port, urlPath = '/', { method = 'GET', headers = {} } = {}) {
+  return new Promise((resolve, reject) => {
+    const req = http.request({ host: '127.0.0.1', port, path: urlPath, method, headers, agent: false }, (res) => {
+      const chunks = [];
+      res.on('data', (chunk) => chunks.push(chunk));
+      res.on('end', () => resolve({ status: res.statusCode, headers: res.headers, body: Buffer.concat(chunks) }));
+      res.on('error', reject);
+    });
+    req.on('error', reject);
+    req.end();
+  });
+}
+
 // The command line, run in a node of its own (with the sanitizer runtimes when this run has
 // them) from `cwd`: `cli` waits for it to end, `cliAsync` resolves when it ends.
 const CLI = path.join(__dirname, '..', 'bin', 'vidora.js');
@@ -96,4 +177,9 @@ function cliIn(cwd) {
 // Values of every kind, for trying each argument position with the wrong type.
 const WRONG_VALUES = [undefined, null, 0, 1.5, NaN, 'text', '', true, Symbol('s'), 10n, [], () => {}];
 
-module.exports = { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor, runTool, runNode, cliIn, WRONG_VALUES };
+module.exports = {
+  vidora, SAMPLE, REQUIRE_VIDORA, CODES, INVALID_PARAMETERS, TASK_FIELDS, systemError, assertThrowsCode, tempDir,
+  sleep, poolStats, waitFor, runTool, runNode, runNodeSync, assertCleanExit, readOnlySample, runAsNobody,
+  freePort, httpRequest, cliIn,
+  WRONG_VALUES,
+};

@@ -6,20 +6,10 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora } = require('./helpers');
+const { vidora, CODES, SAMPLE, tempDir } = require('./helpers');
 const { makeRecording, T0 } = require('./recordings');
 
-const CODES = {
-  invalidParameters: -2146959348,  // 0x8008000c
-  fileNotFound: 0x80000002 | 0,
-  timedOut: 0x80000004 | 0,
-  invalidFileSize: 0x800c0002 | 0,
-  incorrectContent: 0x800c0005 | 0,
-  notEnoughSpace: 0x800c0006 | 0,
-  noSyncNode: 0x800c000e | 0,
-  noPartition: 0x800c001d | 0,
-  doubleAppend: 0x800c001e | 0,
-};
+const scratch = tempDir('vidora-listed-');
 
 // Resolves with {error, result} of `fn(...args, callback)`.
 function call(fn, ...args) {
@@ -72,4 +62,24 @@ async function partitionsOf(file) {
   return (await ok(vidora.vrxFileListPartitions, file)).partitions;
 }
 
-module.exports = { CODES, call, ok, failure, segment, framesOf, identity, partitionsOf, T0 };
+// The frames as the listing gives them of VRX `bytes` (an output), put in a file of their own.
+let outputs = 0;
+async function framesOfBytes(bytes) {
+  const file = path.join(scratch, `output-${++outputs}.vrx`);
+  fs.writeFileSync(file, bytes);
+  return (await ok(vidora.vrxFileListFrames, file)).frames;
+}
+
+// A copy of the sample, `name` in `dir`, whose first partition's second seek point has the wall
+// clock `value` (a BigInt).
+async function sampleWithSeekPoint(dir, name, value) {
+  const [first] = await partitionsOf(SAMPLE);
+  const end = first.fullBounds.offset + first.fullBounds.length;
+  const bytes = fs.readFileSync(SAMPLE);
+  bytes.writeBigInt64BE(value, end - 8 - 16 * first.seekPoints.length + 16 + 8);
+  const file = path.join(dir, name);
+  fs.writeFileSync(file, bytes);
+  return file;
+}
+
+module.exports = { CODES, call, ok, failure, segment, framesOf, framesOfBytes, identity, partitionsOf, sampleWithSeekPoint, T0 };
