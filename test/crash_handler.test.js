@@ -1,14 +1,12 @@
 'use strict';
 // installCrashHandler from JavaScript: node processes that install it and then crash leave
-// the crash log, and end by SIGKILL.
+// the crash log, and end by SIGKILL. (Repeated installations, signals it leaves alone and
+// faults of other kinds: the C++ crash handler test.)
 const test = require('node:test');
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
-const { vidora, INVALID_PARAMETERS, assertThrowsCode, runNode, tempDir, WRONG_VALUES } = require('./helpers');
-
-const NO_SUCH_FILE = 0x80000002 | 0;
-const root = JSON.stringify(path.join(__dirname, '..'));
+const { vidora, CODES, REQUIRE_VIDORA, INVALID_PARAMETERS, assertThrowsCode, runNode, tempDir, WRONG_VALUES } = require('./helpers');
 
 // Splits a crash log into its head, its body (memory map and saved lines) and the lines of
 // the crash, checking the layout on the way.
@@ -16,14 +14,8 @@ function parseCrashLog(text) {
   const head = /^pid: (\d+)\nstart timestamp: (\d+)\nversion: ([^\n]*)\n/.exec(text);
   assert.ok(head, `a head in ${text.slice(0, 200)}`);
   const tailStart = text.indexOf('crt: 0x', head[0].length);
-  const log = {
-    pid: Number(head[1]),
-    startSeconds: Number(head[2]),
-    version: head[3],
-    body: text.slice(head[0].length, tailStart < 0 ? undefined : tailStart),
-    crash: null,
-  };
-  if (tailStart < 0) return log;
+  assert.ok(tailStart > 0, 'the crash lines');
+  const log = { pid: Number(head[1]), startSeconds: Number(head[2]), version: head[3], body: text.slice(head[0].length, tailStart) };
   const crash = /^crt: 0x([0-9A-F]{16}); \n(?:snd: 0x([0-9A-F]{8}); \n)?sig: 0x([0-9A-F]{8}); \n((?:frm: 0x[0-9A-F]{16}; \n)*)endstack\ncustom backtrace\n((?:frm: 0x[0-9A-F]{16}; \n)*)endstack\n$/
     .exec(text.slice(tailStart));
   assert.ok(crash, `the crash lines in their order:\n${text.slice(tailStart)}`);
@@ -41,7 +33,7 @@ function parseCrashLog(text) {
 // Runs `then` in a node process after it installed the handler on `logPath`.
 function installAndRun(logPath, then) {
   return runNode(`
-    const vidora = require(${root});
+    const vidora = ${REQUIRE_VIDORA};
     vidora.installCrashHandler(${JSON.stringify(logPath)});
     ${then}
   `);
@@ -54,7 +46,7 @@ test('installCrashHandler throws for a path missing, not a string, empty, or in 
   assertThrowsCode(() => vidora.installCrashHandler(), INVALID_PARAMETERS);
   // Nothing is installed then: the later tests' processes install theirs.
   const missing = path.join(tempDir('vidora-crash-'), 'missing', 'service');
-  assertThrowsCode(() => vidora.installCrashHandler(missing), NO_SUCH_FILE);
+  assertThrowsCode(() => vidora.installCrashHandler(missing), CODES.fileNotFound);
 });
 
 test('each crash leaves the log of this process and ends it by SIGKILL', async () => {
@@ -71,7 +63,6 @@ test('each crash leaves the log of this process and ends it by SIGKILL', async (
     ['WebAssembly access out of bounds', outOfBounds, 11, false],
     ['SIGSEGV from kill()', "process.kill(process.pid, 'SIGSEGV')", 11, true],
     ['process.abort()', 'process.abort()', 6, true],
-    ['SIGBUS from kill()', "process.kill(process.pid, 'SIGBUS')", 7, true],
   ];
   for (const [how, crash, signal, sentBySelf] of cases) {
     const logPath = path.join(dir, how.replace(/\W+/g, '-'));
@@ -87,27 +78,10 @@ test('each crash leaves the log of this process and ends it by SIGKILL', async (
     assert.match(log.body, /^[0-9a-f]+-[0-9a-f]+ [-r][-w][-x][ps] /, how);
     assert.match(log.body, /vidora\.node\n/, how);
     assert.match(log.body, /\[stack\]\n/, how);
-    assert.ok(log.crash, `${how}: the crash lines`);
     assert.ok(log.crash.millis >= before && log.crash.millis <= after, how);
     assert.strictEqual(log.crash.signal, signal, how);
     if (sentBySelf) assert.strictEqual(log.crash.sender, child.pid, `${how}: the sender is the process itself`);
     assert.ok(log.crash.frames.length >= 3 && log.crash.frames.length <= 64, how);
     assert.ok(log.crash.customFrames.length >= 1 && log.crash.customFrames.length <= 64, how);
   }
-});
-
-test('a second installation leaves the first log as it is; other signals are not caught', async () => {
-  const dir = tempDir('vidora-crash-');
-  const first = path.join(dir, 'first');
-  const second = path.join(dir, 'second');
-  const child = await installAndRun(first, `
-    vidora.installCrashHandler(${JSON.stringify(second)});
-    process.kill(process.pid, 'SIGTERM');
-  `);
-  assert.strictEqual(child.signal, 'SIGTERM');
-  const log = parseCrashLog(fs.readFileSync(`${first}.crash.log`, 'latin1'));
-  assert.strictEqual(log.pid, child.pid);
-  assert.strictEqual(log.crash, null);
-  assert.ok(!fs.existsSync(`${second}.crash.log`));
-  assert.ok(!fs.existsSync(`${first}.crash.log.1`));
 });

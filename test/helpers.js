@@ -54,14 +54,15 @@ function tempDir(prefix = 'vidora-test-') {
 }
 
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-const poolStats = (name) => vidora.getWorkersPoolsStats().find((pool) => pool.name === name);
+// A pool's entry in the statistics of the native functions, or of `from` (the layer `api`).
+const poolStats = (name, from = vidora) => from.getWorkersPoolsStats().find((pool) => pool.name === name);
 
 // Polls `predicate` every 10 ms until it is true or `timeoutMs` passes.
 async function waitFor(predicate, timeoutMs = 5000) {
   const end = Date.now() + timeoutMs;
   while (!predicate()) {
     if (Date.now() > end) throw new Error('timed out waiting for a condition');
-    await new Promise((resolve) => setTimeout(resolve, 10));
+    await sleep(10);
   }
 }
 

@@ -5,41 +5,29 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 const { spawnSync } = require('child_process');
-const { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, WRONG_VALUES } = require('./helpers');
+const { vidora, REQUIRE_VIDORA, INVALID_PARAMETERS, assertThrowsCode, tempDir, systemError, runNodeSync, assertCleanExit,
+  WRONG_VALUES } = require('./helpers');
 
-// Runs `script` in a fresh node process with the addon loaded as `vidora`; returns stdout.
-function runChild(script, env = {}) {
-  const prelude = `const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});`;
-  const child = spawnSync(process.execPath, ['-e', prelude + script], {
-    env: { ...process.env, ...env }, encoding: 'utf8', timeout: 20000,
-  });
-  assert.strictEqual(child.status, 0, child.stderr);
-  return child.stdout;
-}
+// Runs `script` in a fresh node process with the addon loaded as `vidora`.
+const runChild = (script, env) => assertCleanExit(runNodeSync(`const vidora = ${REQUIRE_VIDORA};${script}`, env));
 
-test('ADDON_LOG_LEVEL wins over setLogLevel and is logged', () => {
+test('ADDON_LOG_LEVEL wins over setLogLevel and is logged; set but empty it reads as 0, and is not logged', () => {
   const dir = tempDir();
-  const file = path.join(dir, 'env.log');
-  runChild(`
-    vidora.setLogFile({ path: ${JSON.stringify(file)}, logLevel: 0 });
-    vidora.setLogLevel({ logLevel: 0 });
-    setTimeout(() => {}, 200);`, { ADDON_LOG_LEVEL: '4' });
-  const lines = fs.readFileSync(file, 'utf8').trimEnd().split('\n');
-  assert.strictEqual(lines.length, 2, lines.join('\n'));
-  assert.match(lines[1], /^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z I \S+ {2}- ADDON_LOG_LEVEL=4 \[0\] ?$/);
-});
-
-test('without ADDON_LOG_LEVEL the level line is not written', () => {
-  const dir = tempDir();
-  const file = path.join(dir, 'quiet.log');
-  const env = { ...process.env };
-  delete env.ADDON_LOG_LEVEL;
-  runChild(`
-    vidora.setLogFile({ path: ${JSON.stringify(file)}, logLevel: 4 });
-    vidora.setLogLevel({ logLevel: 4 });
-    setTimeout(() => {}, 200);`, { ADDON_LOG_LEVEL: '' });
-  // An empty variable is set, and reads as level 0: still only the PID line.
-  assert.strictEqual(fs.readFileSync(file, 'utf8').trimEnd().split('\n').length, 1);
+  // [ADDON_LOG_LEVEL, the level the script asks for, the lines after the PID line]
+  const cases = [
+    ['4', 0, [/^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z I \S+ {2}- ADDON_LOG_LEVEL=4 \[0\] ?$/]],
+    ['', 4, []],
+  ];
+  for (const [value, level, expected] of cases) {
+    const file = path.join(dir, `level-${value}.log`);
+    runChild(`
+      vidora.setLogFile({ path: ${JSON.stringify(file)}, logLevel: ${level} });
+      vidora.setLogLevel({ logLevel: ${level} });
+      setTimeout(() => {}, 200);`, { ADDON_LOG_LEVEL: value });
+    const lines = fs.readFileSync(file, 'utf8').trimEnd().split('\n').slice(1);
+    assert.strictEqual(lines.length, expected.length, lines.join('\n'));
+    lines.forEach((line, i) => assert.match(line, expected[i]));
+  }
 });
 
 test('setLogFile rejects what is not an object, and a missing or empty path', () => {
@@ -85,7 +73,6 @@ test('setLogFile refuses a path that cannot take a log file, and leaves what sta
   spawnSync('mkfifo', [fifo]);
   const link = path.join(dir, 'link.log');
   fs.symlinkSync(path.join(dir, 'target.log'), link);
-  const systemError = (errno) => (0x80000000 | errno) | 0;
   const cases = [
     [folder, systemError(21)], // EISDIR
     [fifo, systemError(22)], // EINVAL: not a regular file

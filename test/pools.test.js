@@ -5,15 +5,11 @@ const test = require('node:test');
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
-const { spawnSync } = require('child_process');
-const { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir, waitFor } = require('./helpers');
+const { vidora, REQUIRE_VIDORA, INVALID_PARAMETERS, assertThrowsCode, tempDir, poolStats, waitFor, runNodeSync,
+  assertCleanExit } = require('./helpers');
 
 const POOL_KEYS = ['name', 'maxSize', 'pendingSize', 'inProgressSize', 'totalSeen',
   'totalSeenSinceLastQuery', 'stats'];
-
-function poolStats(name) {
-  return vidora.getWorkersPoolsStats().find((pool) => pool.name === name);
-}
 
 // Enqueues `count` nops on `pool`; resolves with the ids in the order they called back, once
 // `expected` (default: all) have. A task leaves its pool only after its callback returned,
@@ -83,18 +79,7 @@ test('setWorkersPoolsLimits applies positive numbers only and answers with the s
   assertThrowsCode(() => vidora.setWorkersPoolsLimits(), INVALID_PARAMETERS);
 });
 
-test('a pool of limit 1 runs its queued tasks one after another in id order', async () => {
-  vidora.setWorkersPoolsLimits({ Solo: 1 });
-  assert.strictEqual(poolStats('Solo').maxSize, 1);
-  const { ids, order } = await nops('Solo', 60);
-  assert.deepStrictEqual(order, ids);
-  const solo = poolStats('Solo');
-  assert.strictEqual(solo.totalSeen, 60);
-  assert.strictEqual(solo.pendingSize, 0);
-  assert.strictEqual(solo.inProgressSize, 0);
-  assert.strictEqual(solo.stats.nop.count, 60);
-});
-
+// (A pool of limit 1 runs its tasks in id order: here up to the full queue, and in the stress test.)
 test('the 201st pending task is dropped, never calls back, and is counted in totalSeen', async () => {
   vidora.setWorkersPoolsLimits({ Narrow: 1 });
   const finished = nops('Narrow', 202, 201);
@@ -147,7 +132,7 @@ test('the pools log starts and releases, but nothing of the frequent statvfs', a
 test('loading the module again in a worker thread leaves the pools as they are', async () => {
   const { Worker } = require('worker_threads');
   const before = vidora.getWorkersPoolsStats().map((pool) => [pool.name, pool.maxSize]);
-  const worker = new Worker(`require(${JSON.stringify(path.join(__dirname, '..'))}).version();`, { eval: true });
+  const worker = new Worker(`${REQUIRE_VIDORA}.version();`, { eval: true });
   const code = await new Promise((resolve) => worker.on('exit', resolve));
   assert.strictEqual(code, 0);
   assert.deepStrictEqual(vidora.getWorkersPoolsStats().map((pool) => [pool.name, pool.maxSize]), before);
@@ -158,7 +143,7 @@ test('loading the module twice in one environment gives working functions and th
   // What a test runner that resets its module registry does: the binary is registered again
   // on the same environment.
   const script = `
-    const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});
+    const vidora = ${REQUIRE_VIDORA};
     const file = Object.keys(require.cache).find((name) => name.endsWith('.node'));
     delete require.cache[file];
     const again = require(file);
@@ -168,21 +153,16 @@ test('loading the module twice in one environment gives working functions and th
       console.log(err, result.poolName, pool.maxSize, again !== vidora);
     });
   `;
-  const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
-  assert.strictEqual(child.signal, null, child.stderr);
-  assert.strictEqual(child.stderr, '');
-  assert.strictEqual(child.status, 0);
-  assert.strictEqual(child.stdout, 'null Twice 3 true\n');
+  assertCleanExit(runNodeSync(script), 'null Twice 3 true\n');
 });
 
 test('tasks asked for from a worker thread are dropped, and the main thread\'s go on', () => {
   // Tasks end on the main thread's loop, which must never call into a worker's environment.
-  const root = JSON.stringify(path.join(__dirname, '..'));
   const script = `
     const { Worker } = require('worker_threads');
-    const vidora = require(${root});
+    const vidora = ${REQUIRE_VIDORA};
     const worker = new Worker(${JSON.stringify(`
-      const vidora = require(${root});
+      const vidora = ${REQUIRE_VIDORA};
       const fail = () => { throw new Error('a callback reached the worker'); };
       const ids = [vidora.nop({ pool: 'Misc' }, fail), vidora.statvfs('/', fail)];
       require('worker_threads').parentPort.postMessage(ids.every((id) => id > 0));
@@ -193,9 +173,5 @@ test('tasks asked for from a worker thread are dropped, and the main thread\'s g
       vidora.nop({ pool: 'Misc' }, (err) => console.log('worker ' + code + ' seen ' + misc.totalSeen + ' main ' + err));
     });
   `;
-  const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
-  assert.strictEqual(child.signal, null, child.stderr);
-  assert.strictEqual(child.stderr, '');
-  assert.strictEqual(child.status, 0);
-  assert.strictEqual(child.stdout, 'ids true\nworker 0 seen 0 main null\n');
+  assertCleanExit(runNodeSync(script), 'ids true\nworker 0 seen 0 main null\n');
 });

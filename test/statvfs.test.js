@@ -5,12 +5,10 @@ const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
 const { execFileSync } = require('child_process');
-const { vidora } = require('./helpers');
+const { vidora, TASK_FIELDS } = require('./helpers');
 
 const FIELDS = ['f_bsize', 'f_frsize', 'f_blocks', 'f_bfree', 'f_bavail', 'f_files', 'f_ffree',
   'f_favail', 'f_fsid', 'f_flag', 'f_namemax', 'bytesFree'];
-const COMMON = ['id', 'name', 'poolName', 'timedOut', 'apiCallTime', 'operationStartTime',
-  'operationEndTime', 'callbackTime'];
 
 function statvfs(path) {
   return new Promise((resolve) => {
@@ -41,11 +39,8 @@ test('statvfs gives the fields of statvfs(2), as fs.statfs and stat -f see them'
     const node = fs.statfsSync(path);
     const tool = coreutilsStat(path);
     assert.strictEqual(error, null, path);
-    assert.deepStrictEqual(Object.keys(result), [...FIELDS, ...COMMON], path);
-    assert.strictEqual(result.id, id);
-    assert.strictEqual(result.name, 'statvfs');
-    assert.strictEqual(result.poolName, 'Misc');
-    assert.strictEqual(result.timedOut, false);
+    assert.deepStrictEqual(Object.keys(result), [...FIELDS, ...TASK_FIELDS], path);
+    assert.deepStrictEqual([result.id, result.name, result.poolName, result.timedOut], [id, 'statvfs', 'Misc', false]);
 
     assert.strictEqual(result.f_bsize, node.bsize, path);
     assert.strictEqual(result.f_bsize, tool.bsize, path);
@@ -83,13 +78,10 @@ test('statvfs of a path that cannot be looked at calls back with the system erro
     assert.ok(error instanceof Error);
     assert.strictEqual(error.message, text);
     assert.strictEqual(error.errors.length, 1);
-    assert.strictEqual(error.errors[0].full, (0x80000000 | errno) | 0);
-    assert.strictEqual(error.errors[0].module, 0);
-    assert.strictEqual(error.errors[0].code, errno);
-    assert.match(error.errors[0].fileName, /task_statvfs\.cc$/);
-    assert.strictEqual(error.id, id);
-    assert.strictEqual(error.poolName, 'Misc');
-    assert.strictEqual(error.timedOut, false);
+    const { full, module, code, fileName } = error.errors[0];
+    assert.deepStrictEqual([full, module, code], [(0x80000000 | errno) | 0, 0, errno]);
+    assert.match(fileName, /task_statvfs\.cc$/);
+    assert.deepStrictEqual([error.id, error.poolName, error.timedOut], [id, 'Misc', false]);
   }
 });
 

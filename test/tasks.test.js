@@ -1,16 +1,13 @@
 'use strict';
 // The road of one task as JavaScript sees it: nop on each pool, the result fields, bad
-// arguments, unknown pools, cancelOperation on a plain task, a throwing callback.
+// arguments, unknown pools, a throwing callback, the trace lines. (cancelOperation on a plain
+// task, and its wrong arguments: the operation functions' tests in send_file.test.js.)
 const test = require('node:test');
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
-const { spawnSync } = require('child_process');
-const { vidora, INVALID_PARAMETERS, assertThrowsCode } = require('./helpers');
-
-const OPERATION_NOT_FOUND = 0x8008000e | 0;
-const RESULT_KEYS = ['id', 'name', 'poolName', 'timedOut', 'apiCallTime', 'operationStartTime',
-  'operationEndTime', 'callbackTime'];
+const { vidora, CODES, REQUIRE_VIDORA, TASK_FIELDS: RESULT_KEYS, assertThrowsCode, tempDir, runNodeSync,
+  assertCleanExit } = require('./helpers');
 
 // Runs nop on `pool` and resolves with {id, args} once it calls back.
 function nop(pool) {
@@ -42,7 +39,7 @@ test('nop runs on each default pool and answers with the common result fields', 
   }
 });
 
-test('nop and cancelOperation reject wrong arguments', () => {
+test('nop rejects wrong arguments', () => {
   const callback = () => assert.fail('no callback after a refused call');
   const nopCases = [
     [],
@@ -62,64 +59,37 @@ test('nop and cancelOperation reject wrong arguments', () => {
       return true;
     }, JSON.stringify(args));
   }
-  for (const value of [undefined, null, '1', {}, [1], true]) {
-    assertThrowsCode(() => vidora.cancelOperation(value), INVALID_PARAMETERS, String(value));
-  }
-  assertThrowsCode(() => vidora.cancelOperation(), INVALID_PARAMETERS);
 });
 
 test('nop on an unknown pool is dropped: it never calls back and its id is never found', async () => {
   let called = false;
   const id = vidora.nop({ pool: 'NoSuchPool' }, () => { called = true; });
   assert.ok(Number.isInteger(id) && id > 0);
-  assertThrowsCode(() => vidora.cancelOperation(id), OPERATION_NOT_FOUND);
+  assertThrowsCode(() => vidora.cancelOperation(id), CODES.operationNotFound);
   // Round trips after it on every pool: had it been queued anywhere, it would have run.
   for (const pool of ['Serve', 'Write', 'Read', 'Misc']) await nop(pool);
   assert.strictEqual(called, false);
   assert.ok(!vidora.getWorkersPoolsStats().some((pool) => pool.name === 'NoSuchPool'));
 });
 
-test('cancelOperation does not see a plain task, running, pending or finished', async () => {
-  const ids = [];
-  const done = [];
-  for (let i = 0; i < 3; i++) ids.push(vidora.nop({ pool: 'Misc' }, () => done.push(i)));
-  for (const id of ids) {
-    assert.throws(() => vidora.cancelOperation(id), (err) => {
-      assert.strictEqual(err.message, 'NodeJS sending operation not found');
-      assert.strictEqual(err.errors[0].full, OPERATION_NOT_FOUND);
-      assert.match(err.errors[0].fileName, /find_operation\.cc$/);
-      return true;
-    });
-  }
-  await nop('Misc');
-  assert.deepStrictEqual(done, [0, 1, 2]);
-  assertThrowsCode(() => vidora.cancelOperation(ids[0]), OPERATION_NOT_FOUND);
-});
-
 test('an exception thrown by a completion callback is the process\'s uncaught exception', () => {
-  const script = `
-    const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});
+  assertCleanExit(runNodeSync(`
+    const vidora = ${REQUIRE_VIDORA};
     process.on('uncaughtException', (err) => {
       console.log('caught ' + err.message);
       vidora.nop({pool: 'Misc'}, () => console.log('still alive'));
     });
     vidora.nop({pool: 'Misc'}, () => { throw new Error('from the callback'); });
-  `;
-  const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
-  assert.strictEqual(child.status, 0, child.stderr);
-  assert.strictEqual(child.stdout, 'caught from the callback\nstill alive\n');
+  `), 'caught from the callback\nstill alive\n');
 });
 
 test('ADDON_TRACE_TASKS and ADDON_TRACE_STATVFS switch on the tasks\' trace lines', () => {
-  const dir = require('./helpers').tempDir();
-  const log = path.join(dir, 'trace.log');
+  const log = path.join(tempDir(), 'trace.log');
   const script = `
-    const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});
+    const vidora = ${REQUIRE_VIDORA};
     vidora.setLogFile({ path: ${JSON.stringify(log)}, logLevel: 4 });
     const id = vidora.nop({ pool: 'Misc' }, () => vidora.statvfs('/', () => console.log(id)));
   `;
-  const run = (env) => spawnSync(process.execPath, ['-e', script],
-    { encoding: 'utf8', env: { ...process.env, ...env } });
   // [environment, lines that must be there, lines that must not]
   const cases = [
     [{ ADDON_TRACE_TASKS: '1', ADDON_TRACE_STATVFS: '1' },
@@ -129,7 +99,7 @@ test('ADDON_TRACE_TASKS and ADDON_TRACE_STATVFS switch on the tasks\' trace line
   ];
   for (const [env, present, absent] of cases) {
     fs.rmSync(log, { force: true });
-    const child = run(env);
+    const child = runNodeSync(script, env);
     assert.strictEqual(child.status, 0, child.stderr);
     const id = child.stdout.trim();
     const text = fs.readFileSync(log, 'utf8');
