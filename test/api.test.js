@@ -8,9 +8,8 @@ const fs = require('fs');
 const path = require('path');
 const { pipeline } = require('stream/promises');
 const { Writable } = require('stream');
-const { spawnSync } = require('child_process');
 
-const { vidora, tempDir } = require('./helpers');
+const { vidora, SAMPLE: sample, REQUIRE_VIDORA, tempDir, sleep, poolStats, runNodeSync } = require('./helpers');
 const { sourceFile, sha } = require('./operation_helpers');
 const { makeRecording, T0 } = require('./recordings');
 const { collect } = require('../scripts/make_error_codes');
@@ -18,9 +17,7 @@ const { collect } = require('../scripts/make_error_codes');
 const { api, VidoraError, AbortError } = vidora;
 const MiB = 1024 * 1024;
 const dir = tempDir('vidora-api-');
-const sample = path.join(__dirname, '..', 'samples', 'sample.vrx');
 const recording = makeRecording(path.join(dir, 'rec.vrx'));
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 // A task's answer without the fields that say when and as which task it ran.
 const TIMING = ['id', 'apiCallTime', 'operationStartTime', 'operationEndTime', 'callbackTime', 'initCompletedTime',
@@ -105,7 +102,7 @@ test('2,000 calls at once on one pool all settle, the native waiting queue never
   for (let i = 0; i < 2000; i++) {
     calls.push(api.vrxFileInfo(i % 2 ? sample : path.join(dir, 'missing.vrx')).then(() => 'ok', (e) => e.code));
     if (i % 100 === 0) {
-      const read = api.getWorkersPoolsStats().find((pool) => pool.name === 'Read');
+      const read = poolStats('Read', api);
       assert.ok(read.pendingSize <= 150, `native pending ${read.pendingSize}`);
       mostWaiting = Math.max(mostWaiting, read.layerWaiting);
     }
@@ -113,7 +110,7 @@ test('2,000 calls at once on one pool all settle, the native waiting queue never
   const outcomes = await Promise.all(calls);
   assert.deepStrictEqual(outcomes.filter((o, i) => o !== (i % 2 ? 'ok' : 'ENOENT')), []);
   assert.ok(mostWaiting > 0, 'the layer held calls back');
-  assert.strictEqual(api.getWorkersPoolsStats().find((pool) => pool.name === 'Read').layerWaiting, 0);
+  assert.strictEqual(poolStats('Read', api).layerWaiting, 0);
 });
 
 test('a consumer that falls behind holds the operation at its buffer limit, and reading on gets every byte', async () => {
@@ -165,13 +162,13 @@ test('an AbortSignal ends a call that waits, an operation that runs, and a strea
   })), { name: 'AbortError' });
   assert.ok(received < 64 * MiB);
   await sleep(50);
-  const serve = api.getWorkersPoolsStats().find((pool) => pool.name === 'Serve');
+  const serve = poolStats('Serve', api);
   assert.strictEqual(serve.inProgressSize, 0);
 });
 
 test('the pools only setWorkersPoolsLimits makes get the layer\'s limits unless the application set them, and a process using the layer ends by itself', () => {
   const script = `
-    const vidora = require(${JSON.stringify(path.join(__dirname, '..'))});
+    const vidora = ${REQUIRE_VIDORA};
     const { api } = vidora;
     const { Writable } = require('stream');
     const { pipeline } = require('stream/promises');
@@ -189,7 +186,7 @@ test('the pools only setWorkersPoolsLimits makes get the layer\'s limits unless 
       await new Promise((resolve) => aborted.on('error', resolve).resume());
       console.log(JSON.stringify({ append: limit('Append'), transcode: limit('Transcode'), missing }));
     })();`;
-  const child = spawnSync(process.execPath, ['-e', script], { encoding: 'utf8', timeout: 30000, env: process.env });
+  const child = runNodeSync(script);
   assert.strictEqual(child.status, 0, `${child.stderr} (exits by itself: ${child.signal === null})`);
   assert.deepStrictEqual(JSON.parse(child.stdout), { append: 2, transcode: 7, missing: 'ERR_POOL_NOT_FOUND' });
 });
@@ -202,11 +199,11 @@ test('a stream destroyed while its call waits in the queue never starts its oper
     const holders = Array.from({ length: 152 }, () => api.sendFileStream({ srcFileName: file }));
     const waiting = api.sendFileStream({ srcFileName: file });
     await sleep(20);
-    assert.strictEqual(api.getWorkersPoolsStats().find((pool) => pool.name === 'Serve').layerWaiting, 1);
+    assert.strictEqual(poolStats('Serve', api).layerWaiting, 1);
     waiting.destroy();
     for (const holder of holders) holder.destroy();
     await sleep(200);
-    const serve = api.getWorkersPoolsStats().find((pool) => pool.name === 'Serve');
+    const serve = poolStats('Serve', api);
     assert.deepStrictEqual([serve.layerWaiting, serve.inProgressSize, serve.pendingSize], [0, 0, 0]);
     assert.strictEqual(waiting.result, undefined, 'never ran');
   } finally {

@@ -6,7 +6,7 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, tempDir, cliIn } = require('./helpers');
+const { vidora, TASK_FIELDS, tempDir, cliIn } = require('./helpers');
 const { holdFlock, writeVrx } = require('../tools/vrx_tools');
 const { ok, T0 } = require('./managed_files');
 
@@ -18,7 +18,6 @@ fs.symlinkSync(path.join(ROOT, 'samples'), path.join(dir, 'samples'));
 const { cli, cliAsync } = cliIn(dir);
 
 const segment = (n) => path.join(SEGMENTS, `segment-${n}.vrx`);
-const TASK_FIELDS = ['id', 'name', 'poolName', 'timedOut', 'apiCallTime', 'operationStartTime', 'operationEndTime', 'callbackTime'];
 const own = (result) => Object.fromEntries(Object.entries(result).filter(([k]) => !TASK_FIELDS.includes(k)));
 
 test('the walk-through of the README runs as written', () => {

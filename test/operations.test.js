@@ -6,15 +6,14 @@ const assert = require('assert');
 const fs = require('fs');
 const { spawn } = require('child_process');
 
-const { vidora } = require('./helpers');
+const { vidora, sleep, poolStats } = require('./helpers');
 const { send, sourceFile, assertEventOrder } = require('./operation_helpers');
 
 const MiB = 1024 * 1024;
 const sanitized = Boolean(process.env.VIDORA_SANITIZED);
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 function serveIdle() {
-  const serve = vidora.getWorkersPoolsStats().find((pool) => pool.name === 'Serve');
+  const serve = poolStats('Serve');
   return serve.inProgressSize === 0 && serve.pendingSize === 0;
 }
 

@@ -8,8 +8,9 @@ const fs = require('fs');
 const path = require('path');
 const { spawn } = require('child_process');
 
-const { vidora, INVALID_PARAMETERS, assertThrowsCode, tempDir } = require('./helpers');
+const { vidora, CODES, INVALID_PARAMETERS, assertThrowsCode, tempDir, sleep } = require('./helpers');
 const { send } = require('./operation_helpers');
+const { framesOfBytes: listVrx } = require('./managed_files');
 const { makeRecording, probe, T0 } = require('./recordings');
 const { findTool, childEnv } = require('../tools/vrx_tools');
 
@@ -18,16 +19,6 @@ const LATER = T0 + 3600000;
 const rec = makeRecording(path.join(dir, 'h264.vrx'), { video: 'h264' });
 const serve = (params, sink = 'transfer', control) =>
   send({ srcFileName: rec.file, wallClockEnd: LATER, ...params }, sink, control, vidora.processMedia);
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-
-// The frames of a VRX byte stream, listed by our reader from a file of it.
-async function listVrx(bytes) {
-  const file = path.join(dir, `listed-${Date.now()}-${Math.random()}.vrx`);
-  fs.writeFileSync(file, bytes);
-  return new Promise((resolve, reject) => {
-    vidora.vrxFileListFrames(file, (error, result) => (error ? reject(error) : resolve(result.frames)));
-  });
-}
 
 // A progressive fragmented MP4 stream laid out as a plain one: the initialisation segment, then
 // each fragment as moof, the mdat header, its video samples and its audio samples.
@@ -164,7 +155,7 @@ test('pauseOnlyVideo lets the audio flow and brings the video back on a key fram
   for (const args of [[], [1], ['1', true], [1, 'yes']]) {
     assertThrowsCode(() => vidora.pauseOnlyVideo(...args), INVALID_PARAMETERS, JSON.stringify(args));
   }
-  assertThrowsCode(() => vidora.pauseOnlyVideo(123456789, true), 0x8008000e | 0);
+  assertThrowsCode(() => vidora.pauseOnlyVideo(123456789, true), CODES.operationNotFound);
   // It reads its id and its parameters from the same argument: every call fails.
   for (const args of [[1, {}], [{ onlyKeyFrames: true }], [1]]) {
     assertThrowsCode(() => vidora.changeVideoSendingStyle(...args), INVALID_PARAMETERS, JSON.stringify(args));
@@ -235,11 +226,12 @@ test('wrong parameters throw, and sources that cannot be served end with an erro
   const random = path.join(dir, 'random.vrx');
   fs.writeFileSync(random, Buffer.from(Array.from({ length: 4096 }, (_, i) => (i * 7919) & 0xff)));
   const failing = [
-    [{ srcFileName: path.join(dir, 'missing.vrx') }, (e) => e.errors[0].full === (0x80000002 | 0)],
-    [{ srcFileName: random }, (e) => e.errors[0].module === 12 || e.errors[0].full === (0x80080010 | 0)],
+    [{ srcFileName: path.join(dir, 'missing.vrx') }, (e) => e.errors[0].full === CODES.fileNotFound],
+    [{ srcFileName: random }, (e) => e.errors[0].module === 12 || e.errors[0].full === CODES.noRecordings],
     [{ outputFormat: 'avi' }, (e) => e.errors[0].full === (0x8008000f | 0)],
     [{ outputFormat: 'mp4' }, (e) => e.errors[0].module === 12],
-    [{ wallClockStart: T0 + 1100, wallClockEnd: T0 + 1200, snapToIdr: 'after' }, (e) => e.errors[0].full === (0x80080010 | 0)],
+    // A start that snaps past the range's end finds no recordings.
+    [{ wallClockStart: T0 + 1100, wallClockEnd: T0 + 1200, snapToIdr: 'after' }, (e) => e.errors[0].full === CODES.noRecordings],
   ];
   for (const [params, check] of failing) {
     const run = await serve(params, 'transfer');

@@ -7,9 +7,9 @@ const fs = require('fs');
 const path = require('path');
 
 const { vidora, tempDir } = require('./helpers');
+const { T0 } = require('./recordings');
 const { writeVrx } = require('../tools/vrx_tools');
 
-const T0 = 1767225600000;
 const dir = tempDir('vidora-growth-');
 
 // One partition of 30 video frames, a key frame with its sync node every 10.

@@ -5,22 +5,8 @@ const test = require('node:test');
 const assert = require('assert');
 const fs = require('fs');
 const net = require('net');
-const path = require('path');
-const { vidora, INVALID_PARAMETERS, assertThrowsCode, runNode, waitFor, WRONG_VALUES } = require('./helpers');
-
-const root = JSON.stringify(path.join(__dirname, '..'));
-
-// A port that nothing listens on at the moment of asking; null when `host` is not here.
-function freePort(host = '127.0.0.1') {
-  return new Promise((resolve) => {
-    const server = net.createServer();
-    server.on('error', () => resolve(null));
-    server.listen(0, host, () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
+const { vidora, REQUIRE_VIDORA, INVALID_PARAMETERS, assertThrowsCode, runNode, waitFor, freePort,
+  WRONG_VALUES } = require('./helpers');
 
 // A client process that opens `count` connections at once; each sends "<i>:<its local port>\n"
 // and waits for the server to close it. Resolves with how many connected and how many failed.
@@ -83,7 +69,7 @@ test('closing while connections arrive: no callback after the close, and the pro
   const port = await freePort();
   let clients;
   const server = await runNode(`
-    const vidora = require(${root});
+    const vidora = ${REQUIRE_VIDORA};
     let accepted = 0;
     let closed = false;
     const id = vidora.createTcpAcceptor('127.0.0.1:${port}', (connection) => {
@@ -112,7 +98,7 @@ test('out of descriptors, the acceptor rests instead of spinning, and accepts on
   const port = await freePort();
   let client;
   const server = await runNode(`
-    const vidora = require(${root});
+    const vidora = ${REQUIRE_VIDORA};
     const fs = require('fs');
     require('child_process').execFileSync('prlimit', ['--pid', String(process.pid), '--nofile=256:256']);
     const id = vidora.createTcpAcceptor('127.0.0.1:${port}', (connection) => {
@@ -143,7 +129,7 @@ test('out of descriptors, the acceptor rests instead of spinning, and accepts on
 test('an exception thrown by the callback is the process\'s uncaught exception', async () => {
   const port = await freePort();
   const ended = await runNode(`
-    const vidora = require(${root});
+    const vidora = ${REQUIRE_VIDORA};
     const id = vidora.createTcpAcceptor('127.0.0.1:${port}', (connection) => {
       vidora.closeTcpConnection(connection.fd);
       throw new Error('thrown by the acceptor callback');
