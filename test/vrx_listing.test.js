@@ -166,10 +166,7 @@ test('vrxFileInfo counts per medium, with stream and wall clocks in ms', async (
   assert.deepStrictEqual({ audio: info.audio, video: info.video }, expected);
   // The audio came before the first sync node: its start has a stream clock but the wall
   // clock of the first audio frame that had one.
-  assert.strictEqual(expected.audio.startMillis.streamClock, 0);
-  assert.strictEqual(expected.audio.startMillis.wallClock, T0 + 21);
-  assert.strictEqual(expected.video.framesCount, 9);
-  assert.strictEqual(expected.video.keyFramesCount, 5);
+  assert.deepStrictEqual(expected.audio.startMillis, { streamClock: 0, wallClock: T0 + 21 });
 });
 
 test('vrxFileListPartitions gives bounds, metadata and seek tables as laid out', async () => {
@@ -191,18 +188,10 @@ test('vrxFileListPartitions gives bounds, metadata and seek tables as laid out',
       lastVideoWallClockMillis: lastVideo[i],
       seekPoints: m.seekPoints.map(([offset, wallClockMillis]) => ({ offset, wallClockMillis })),
     });
-    // A partition starts with a header packet (TID 9) and ends with a footer (TID 10).
-    assert.strictEqual(bytes.readUInt32BE(p.fullBounds.offset), 0xa00009a9);
-    assert.strictEqual(bytes.readUInt32BE(p.contentsBounds.offset + p.contentsBounds.length), 0xa0000aaa);
   });
-  assert.strictEqual(partitions[1].fullBounds.offset, partitions[0].fullBounds.offset + partitions[0].fullBounds.length);
-  assert.strictEqual(partitions[1].fullBounds.offset + partitions[1].fullBounds.length, bytes.length);
+  // (Where the writer puts headers, footers and the packets seek points aim at is its C++ tests'.)
   const dyn = partitions[0].dynamicMetadataBounds;
   assert.strictEqual(bytes.subarray(dyn.offset, dyn.offset + dyn.length).toString('hex'), 'd1d2d3d4d5');
-  assert.strictEqual(partitions[1].dynamicMetadataBounds.length, 0);
-  // Seek points aim at the sync node written just before a key frame, else at the key frame.
-  const heads = partitions.flatMap((p) => p.seekPoints.map((s) => bytes.readUInt32BE(s.offset).toString(16)));
-  assert.deepStrictEqual(heads, ['a0da7e04', 'a0da7e04', 'a00007a7', 'a0da7e04', 'a0da7e04']);
   assert.deepStrictEqual(partitions.flatMap((p) => p.seekPoints.map((s) => s.wallClockMillis)),
     [T0, T0 + 1000, T0 + 2000, T0 + 60000, T0 + 85000]);
 });
