@@ -79,7 +79,8 @@ test('setWorkersPoolsLimits applies positive numbers only and answers with the s
   assertThrowsCode(() => vidora.setWorkersPoolsLimits(), INVALID_PARAMETERS);
 });
 
-// (A pool of limit 1 runs its tasks in id order: here up to the full queue, and in the stress test.)
+// (A pool of limit 1 runs its tasks in id order: here up to the full queue; many such pools at
+// once, in waves, are the C++ pools test's.)
 test('the 201st pending task is dropped, never calls back, and is counted in totalSeen', async () => {
   vidora.setWorkersPoolsLimits({ Narrow: 1 });
   const finished = nops('Narrow', 202, 201);
