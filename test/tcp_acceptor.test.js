@@ -188,8 +188,8 @@ test('an address in use, by another acceptor or another program, and other bind 
 });
 
 test('wrong arguments and address texts that are not IPv4 or IPv6 host:port throw the parameters error', () => {
-  const texts = ['', ':', 'noport', '127.0.0.1', '127.0.0.1:', '127.0.0.1:65536', '127.0.0.1:8000x',
-    '[', '[]', '[]:80', '[::1]', '[::1]:', '[::1]80', '[::1', '::1:', '127.0.0.1:no-such-service'];
+  // (Which texts are refused is the C++ socket address test's.)
+  const texts = ['', '127.0.0.1:65536', '[::1]80'];
   const calls = [
     ...texts.map((text) => [text, () => {}]),
     ...WRONG_VALUES.filter((v) => typeof v !== 'string').map((value) => [value, () => {}]),
