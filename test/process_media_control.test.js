@@ -201,6 +201,18 @@ test('a recording that grows while it is served: the new frames follow, each onc
   }
   const frames = (await listVrx(run.bytes)).filter((f) => f.trackId === 7);
   assert.deepStrictEqual(frames.map((f) => f.timestamp.dts.value), parts.flatMap((p) => p.frames.map((f) => f.dts)));
+
+  // A plain file that grows at its end, into a file: the read-ahead under the locks is dropped
+  // each time they are taken again, so the partition appended while the read waits is served.
+  const plain = path.join(dir, 'plain.vrx');
+  fs.copyFileSync(parts[0].file, plain);
+  const grown = await send({ srcFileName: plain, outputFormat: 'VRX', wallClockEnd: -1 }, 'file', (state) => {
+    // The first round ends at the first footer and waits 3 s before it reads on.
+    setTimeout(() => fs.appendFileSync(plain, fs.readFileSync(parts[1].file)), 500);
+    setTimeout(() => vidora.cancelOperation(state.id), 5000);
+  }, vidora.processMedia);
+  assert.strictEqual(grown.error, null);
+  assert.deepStrictEqual([grown.result.inputFramesCount, grown.result.outputFramesCount], [60, 60]);
 });
 
 test('wrong parameters throw, and sources that cannot be served end with an error', async () => {
