@@ -28,10 +28,7 @@ test('nop runs on each default pool and answers with the common result fields', 
     assert.deepStrictEqual(Object.keys(result), RESULT_KEYS, pool);
     assert.ok(Number.isInteger(id) && id > lastId, `${pool}: ids grow`);
     lastId = id;
-    assert.strictEqual(result.id, id);
-    assert.strictEqual(result.name, 'nop');
-    assert.strictEqual(result.poolName, pool);
-    assert.strictEqual(result.timedOut, false);
+    assert.deepStrictEqual([result.id, result.name, result.poolName, result.timedOut], [id, 'nop', pool, false]);
     const times = [before, result.apiCallTime, result.operationStartTime, result.operationEndTime,
       result.callbackTime, after];
     for (let i = 1; i < times.length; i++) assert.ok(times[i - 1] <= times[i], `${pool}: times in order ${times}`);
