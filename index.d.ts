@@ -693,7 +693,8 @@ export function vrxFileEstimateSize(params: VrxFileEstimateSizeParams,
  * SIGBUS, `<path>.crash.log` gets the signal and the stack as raw addresses after the process
  * id, start time, version and memory map written now, and the process ends by SIGKILL. Each
  * start rolls the logs before to `.1` ... `.9`. The host's own handlers for these signals are
- * replaced: a WebAssembly memory access out of bounds, for one, then ends the process too.
+ * replaced, except that a WebAssembly memory access out of bounds stays the engine's
+ * `RuntimeError`.
  * A second call does nothing.
  * @throws NativeError "NodeJS function parameters are incorrect" when `path` is not a non-empty
  *   string; the system error (module 0, e.g. "No such file or directory") when the log cannot

@@ -15,7 +15,7 @@ namespace {
 
 using Buffer = generic_buffer_t<memory_block_t>;
 using Marks = std::vector<unsigned long>;
-using testing::LogCapture;
+using vidora_testing::LogCapture;
 
 std::string Pop(Buffer& buffer, size_t count) {
   std::string out(count, '\0');

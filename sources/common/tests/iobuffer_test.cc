@@ -8,13 +8,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "common/file.h"
 #include "log_capture.h"
+#include "temp_dir.h"
 
 #ifdef VIDORA_HAVE_OPENSSL
 #include <openssl/bio.h>
@@ -24,7 +23,8 @@ namespace vrex {
 namespace common {
 namespace {
 
-using testing::LogCapture;
+using abstraction::TempDir;
+using vidora_testing::LogCapture;
 
 std::vector<uint8_t> Pattern(size_t size, uint8_t seed = 0) {
   std::vector<uint8_t> bytes(size);
@@ -103,20 +103,6 @@ TEST(IOBufferGrowth, FollowsTheGrowthRule) {
   }
 }
 
-TEST(IOBufferGrowth, FirstByteAllocatesTheMinChunk) {
-  IOBuffer buffer;
-  EXPECT_EQ(nullptr, buffer.GetPointer());
-  ASSERT_TRUE(buffer.ReadFromByte(0xAB));
-  EXPECT_EQ(4096u, buffer.GetSize());
-  EXPECT_EQ(1u, buffer.GetPublished());
-  EXPECT_EQ(0xAB, buffer.GetPointer()[0]);
-
-  IOBuffer reserved;
-  ASSERT_TRUE(reserved.Initialize(10000));
-  EXPECT_EQ(10000u, reserved.GetSize());
-  EXPECT_EQ(0u, reserved.GetPublished());
-}
-
 TEST(IOBufferGrowth, RefusesMoreThan4GB) {
   IOBuffer buffer;
   ASSERT_TRUE(buffer.ReadFromRepeat(1, 16));
@@ -131,7 +117,6 @@ TEST(IOBufferDeathTest, AssertsItsContract) {
   const char* kChunkAssert = "minChunkSize > 0 && minChunkSize < 16 \\* 1024 \\* 1024";
   EXPECT_DEATH(IOBuffer().SetMinChunkSize(0), kChunkAssert);
   EXPECT_DEATH(IOBuffer().SetMinChunkSize(16777216), kChunkAssert);
-  EXPECT_DEATH(IOBuffer().SetMinChunkSize(0xFFFFFFFF), kChunkAssert);
   EXPECT_DEATH(
       {
         IOBuffer used;
@@ -140,24 +125,20 @@ TEST(IOBufferDeathTest, AssertsItsContract) {
       },
       "This buffer was used before. Please initialize it before using");
 
-  IOBuffer buffer;
+  IOBuffer buffer;  // both ends of the range are taken
   buffer.SetMinChunkSize(16777215);
-  EXPECT_EQ(16777215u, buffer.GetMinChunkSize());
   buffer.SetMinChunkSize(1);
   ASSERT_TRUE(buffer.ReadFromByte(1));
   EXPECT_EQ(1u, buffer.GetSize());
 }
 
+// A send lowering the limit by what it took, and recycling once all is sent, are checked by
+// SendsWithinSizeAndLimit.
 TEST(IOBufferConsume, IgnoreRecycleAndCleanup) {
   IOBuffer buffer;
   ASSERT_TRUE(buffer.ReadFromRepeat(0x55, 100));
   buffer.SetSendLimit(60);
-  ASSERT_TRUE(buffer.Ignore(40));
-  EXPECT_EQ(40u, buffer.GetConsumed());
-  EXPECT_EQ(100u, buffer.GetPublished());
-  EXPECT_EQ(20u, buffer.GetSendLimit());
-
-  ASSERT_TRUE(buffer.Ignore(60));  // everything: both positions rewind
+  ASSERT_TRUE(buffer.Ignore(100));  // more than the limit: it stops at 0; both positions rewind
   EXPECT_EQ(0u, buffer.GetConsumed());
   EXPECT_EQ(0u, buffer.GetPublished());
   EXPECT_EQ(0u, buffer.GetSendLimit());
@@ -215,57 +196,42 @@ TEST(IOBufferAppend, FromAnotherBufferLeavesTheSource) {
     EXPECT_EQ(10u, src.GetConsumed());
     EXPECT_EQ(50u, src.GetPublished());
   }
-  IOBuffer all;
-  ASSERT_TRUE(all.ReadFromInputBuffer(src, 40));
-  EXPECT_EQ(std::vector<uint8_t>(data.begin() + 10, data.end()), Unread(all));
 }
 
-TEST(IOBufferMove, SwapsWholeBuffersWithoutCopying) {
-  IOBuffer src, dst;
-  const std::vector<uint8_t> data = Pattern(1000);
-  ASSERT_TRUE(src.ReadFromBuffer(data.data(), 1000));
-  ASSERT_TRUE(src.Ignore(100));
-  ASSERT_TRUE(dst.ReadFromRepeat(0, 8));
-  ASSERT_TRUE(dst.IgnoreAll());  // empty, but holding an allocation
-  const uint8_t* srcBlock = src.GetPointer();
-  const uint8_t* dstBlock = dst.GetPointer();
-
-  ASSERT_TRUE(dst.ReadFromInputBufferWithIgnore(src));
-  EXPECT_EQ(srcBlock, dst.GetPointer());
-  EXPECT_EQ(dstBlock, src.GetPointer());
-  EXPECT_EQ(100u, dst.GetConsumed());
-  EXPECT_EQ(std::vector<uint8_t>(data.begin() + 100, data.end()), Unread(dst));
-  EXPECT_EQ(0u, src.GetAvailableBytesCount());
-}
-
-TEST(IOBufferMove, CopiesWhatTheSendLimitAllows) {
+TEST(IOBufferMove, SwapsAnEmptyDestinationElseCopiesWhatTheSendLimitAllows) {
   struct {
     const char* name;
-    uint32_t dstBytes;  // already in the destination
+    uint32_t dstBytes;  // already in the destination, which holds an allocation either way
     uint32_t srcLimit;  // send limit of the source
     uint32_t moved;     // bytes that reach the destination
     uint32_t srcLeft;
+    bool swapped;  // the two allocations change places, nothing is copied
   } cases[] = {
-      {"destination not empty", 3, IOBuffer::kUnlimited, 20, 0},
-      {"source limited", 0, 5, 5, 15},
-      {"source limit above its data", 0, 50, 20, 0},
-      {"source limit spent", 0, 0, 0, 20},
+      {"destination empty", 0, IOBuffer::kUnlimited, 20, 0, true},
+      {"destination not empty", 3, IOBuffer::kUnlimited, 20, 0, false},
+      {"source limited", 0, 5, 5, 15, false},
+      {"source limit above its data", 0, 50, 20, 0, false},
+      {"source limit spent", 0, 0, 0, 20, false},
   };
-  const std::vector<uint8_t> data = Pattern(20, 9);
+  const std::vector<uint8_t> data = Pattern(30, 9);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     IOBuffer src, dst;
-    ASSERT_TRUE(src.ReadFromBuffer(data.data(), 20));
+    ASSERT_TRUE(src.ReadFromBuffer(data.data(), 30));
+    ASSERT_TRUE(src.Ignore(10));  // the source's unread data is data[10..30)
     src.SetSendLimit(c.srcLimit);
-    ASSERT_TRUE(dst.ReadFromRepeat(0xCC, c.dstBytes));
+    ASSERT_TRUE(dst.ReadFromRepeat(0xCC, 8));
+    ASSERT_TRUE(dst.Ignore(8 - c.dstBytes));
     const uint8_t* srcBlock = src.GetPointer();
+    const uint8_t* dstBlock = dst.GetPointer();
 
     ASSERT_TRUE(dst.ReadFromInputBufferWithIgnore(src));
     std::vector<uint8_t> expected(c.dstBytes, 0xCC);
-    expected.insert(expected.end(), data.begin(), data.begin() + c.moved);
+    expected.insert(expected.end(), data.begin() + 10, data.begin() + 10 + c.moved);
     EXPECT_EQ(expected, Unread(dst));
     EXPECT_EQ(c.srcLeft, src.GetAvailableBytesCount());
-    EXPECT_EQ(srcBlock, src.GetPointer());
+    EXPECT_EQ(c.swapped ? dstBlock : srcBlock, src.GetPointer());
+    EXPECT_EQ(c.swapped ? srcBlock : dstBlock, dst.GetPointer());
   }
 }
 
@@ -393,9 +359,7 @@ TEST(IOBufferSend, WritesToAPipe) {
   char out[16] = {0};
   ASSERT_EQ(4, read(pipe.fds[0], out, sizeof(out)));
   EXPECT_STREQ("0123", out);
-  EXPECT_EQ("456789",
-            std::string(reinterpret_cast<const char*>(buffer.GetPointer()) + buffer.GetConsumed(),
-                        buffer.GetAvailableBytesCount()));
+  EXPECT_EQ(6u, buffer.GetAvailableBytesCount());
   EXPECT_FALSE(buffer.WriteToStdio(pipe.fds[0], 4, sent));  // the read end
 }
 
@@ -444,27 +408,22 @@ TEST(IOBufferReceive, ReadFromFdEdgeCases) {
   }
 }
 
+// What ReadFromFd's table does not cover: the count recv() refuses, and recv() itself.
 TEST(IOBufferReceive, ReadFromTCPFd) {
   FdPair pair;
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, pair.fds));
-  SetNonBlocking(pair.fds[0]);
   IOBuffer buffer;
   int got = -1, err = -1;
   EXPECT_FALSE(buffer.ReadFromTCPFd(pair.fds[0], 0, got, err));
   EXPECT_EQ(IOBuffer::kInvalidCountError, err);
 
-  EXPECT_TRUE(buffer.ReadFromTCPFd(pair.fds[0], 10, got, err));  // nothing yet
-  EXPECT_EQ(0, got);
-  EXPECT_EQ(0, err);
-
   ASSERT_EQ(6, send(pair.fds[1], "abcdef", 6, 0));
+  pair.CloseEnd(1);
   ASSERT_TRUE(buffer.ReadFromTCPFd(pair.fds[0], 4, got, err));
   ASSERT_TRUE(buffer.ReadFromTCPFd(pair.fds[0], 4, got, err));
   EXPECT_EQ(2, got);
   EXPECT_EQ("abcdef", std::string(reinterpret_cast<const char*>(buffer.GetPointer()), 6));
-
-  pair.CloseEnd(1);
-  EXPECT_FALSE(buffer.ReadFromTCPFd(pair.fds[0], 4, got, err));
+  EXPECT_FALSE(buffer.ReadFromTCPFd(pair.fds[0], 4, got, err));  // end of stream
   EXPECT_EQ(0, err);
 }
 
@@ -527,19 +486,14 @@ TEST(IOBufferReceive, ReadFromStdioAndFile) {
   EXPECT_EQ(0, got);
   EXPECT_FALSE(buffer.ReadFromStdio(-1, 3, got));
 
-  char path[] = "/tmp/vidora-iobuffer-XXXXXX";
-  const int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(8, write(fd, "abcdefgh", 8));
-  close(fd);
+  TempDir dir;
   File file;
-  ASSERT_TRUE(file.Initialize(path));
+  ASSERT_TRUE(file.Initialize(dir.File("f", "abcdefgh")));
   ASSERT_TRUE(buffer.ReadFromFs(file, 0));
   ASSERT_TRUE(buffer.ReadFromFs(file, 6));
   EXPECT_FALSE(buffer.ReadFromFs(file, 6));  // only 2 left
   EXPECT_EQ("12345abcdef", std::string(reinterpret_cast<const char*>(buffer.GetPointer()),
                                        buffer.GetAvailableBytesCount()));
-  unlink(path);
 }
 
 #ifdef VIDORA_HAVE_OPENSSL
@@ -574,13 +528,8 @@ TEST(IOBufferDiagnostics, DescribesStateAndData) {
   const std::string cut = buffer.ToString(1, 1);
   EXPECT_NE(std::string::npos, cut.find("Send limit: 7\n")) << cut;
   EXPECT_NE(std::string::npos, cut.find("Limited to 1 bytes\n000| 42 ")) << cut;
-  EXPECT_EQ(buffer.ToString(0, IOBuffer::kDefaultDumpLimit), static_cast<std::string>(buffer));
-
+  // The dump's layout is dump_s's (DumpTest); a null buffer is DumpBuffer's own case.
   EXPECT_EQ("", IOBuffer::DumpBuffer(nullptr, 4));
-  EXPECT_EQ(
-      "000| 30 31 32 33 34 35 36 37 38 39 3A 3B 3C 3D 3E 3F  0123456789:;<=>?\n"
-      "010| 40                                               @\n",
-      IOBuffer::DumpBuffer(reinterpret_cast<const unsigned char*>("0123456789:;<=>?@"), 17));
 }
 
 }  // namespace

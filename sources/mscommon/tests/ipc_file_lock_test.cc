@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -19,6 +17,7 @@
 
 #include "mscommon/ipc_file_lock.h"
 #include "mscommon/lock_closure.h"
+#include "exclusion_check.h"
 #include "temp_dir.h"
 
 extern char** environ;
@@ -82,42 +81,42 @@ long MillisSince(std::chrono::steady_clock::time_point start) {
                                std::chrono::steady_clock::now() - start).count());
 }
 
-TEST(IPCFileLockTest, ExclusiveChildMakesEveryAttemptFailUntilItLetsGo) {
+// A child process holds the file: our attempts are granted where the two modes go together; a
+// refused one waits out its whole time limit, no longer, and a wait ends when the child lets go.
+TEST(IPCFileLockTest, ChildHolderAdmitsWhatItsModeAllows) {
   TempDir dir;
   const std::string path = dir.File("a.vrx");
-  ChildHolder child(path, false);
   struct {
-    bool shared;
+    bool childShared, shared;
     unsigned long millis;
-  } attempts[] = {{true, 0}, {false, 0}, {true, IPCFileLock::kDEFAULT_TIMEOUT_MS}};
-  for (const auto& attempt : attempts) {
-    IPCFileLock lock(path, attempt.shared);
+    bool granted;
+  } cases[] = {{false, true, 0, false},
+               {false, false, 0, false},
+               {false, true, IPCFileLock::kDEFAULT_TIMEOUT_MS, false},
+               {true, true, 0, true},
+               {true, false, 200, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.childShared << c.shared << " " << c.millis);
+    ChildHolder child(path, c.childShared);
+    IPCFileLock lock(path, c.shared);
     ASSERT_TRUE(lock.IsInitialized());
-    EXPECT_FALSE(lock.TryLock());
+    EXPECT_EQ(lock.TryLock(), c.granted);
+    EXPECT_EQ(lock.IsLocked(), c.granted);
+    if (c.granted) continue;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(lock.TryLockFor(attempt.millis));
-    const long waited = MillisSince(start);
-    EXPECT_GE(waited, static_cast<long>(attempt.millis)) << "gives up only at the limit";
-    EXPECT_LT(waited, static_cast<long>(attempt.millis) + 5000);
+    EXPECT_FALSE(lock.TryLockFor(c.millis));
+    EXPECT_GE(MillisSince(start), static_cast<long>(c.millis));
+    EXPECT_LT(MillisSince(start), static_cast<long>(c.millis) + 5000);
     EXPECT_FALSE(lock.IsLocked());
   }
-  child.Release();
+  ChildHolder child(path, false);
+  std::thread release([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    child.Release();
+  });
   IPCFileLock lock(path, false);
   EXPECT_TRUE(lock.TryLockFor(IPCFileLock::kDEFAULT_TIMEOUT_MS));
-  EXPECT_TRUE(lock.IsLocked());
-}
-
-TEST(IPCFileLockTest, SharedChildAdmitsReadersOnly) {
-  TempDir dir;
-  const std::string path = dir.File("a.vrx");
-  ChildHolder child(path, true);
-  IPCFileLock reader(path, true);
-  EXPECT_TRUE(reader.TryLockFor(IPCFileLock::kDEFAULT_TIMEOUT_MS));
-  IPCFileLock writer(path, false);
-  EXPECT_FALSE(writer.TryLockFor(200));
-  EXPECT_TRUE(reader.Unlock());
-  EXPECT_FALSE(reader.IsLocked());
-  EXPECT_FALSE(writer.TryLock()) << "the child still holds it shared";
+  release.join();
 }
 
 TEST(IPCFileLockTest, OurLocksAreSeenByOtherProcesses) {
@@ -234,52 +233,31 @@ TEST(LockClosureTest, SortedClosuresOverlappingFromManyThreadsNeverDeadlock) {
   constexpr int kFiles = 5;
   std::vector<std::string> paths;
   for (int i = 0; i < kFiles; ++i) paths.push_back(dir.File(std::to_string(i)));
-  std::array<std::atomic<int>, kFiles> readers{};
-  std::array<std::atomic<int>, kFiles> writers{};
-  std::atomic<int> violations{0};
-
-  auto worker = [&](unsigned seed) {
+  vidora_testing::ExclusionCheck check(kFiles);
+  vidora_testing::RunThreads(8, [&](unsigned seed) {
     std::mt19937 random(seed);
     for (int round = 0; round < 150; ++round) {
       std::vector<CombinedLock> locks;
+      std::vector<std::pair<int, bool>> held;
       for (int f = kFiles - 1; f >= 0; --f) {
         if (random() % 2 == 0) continue;
         const bool shared = random() % 3 == 0;
         locks.emplace_back();
         ASSERT_EQ(locks.back().fileLock.Init(paths[f].c_str(), shared), 0);
         locks.back().ipcLock = std::make_shared<IPCFileLock>(paths[f], shared);
+        held.emplace_back(f, shared);
       }
       LockClosure closure(locks);
       ASSERT_TRUE(closure.IsLocked());
-      for (const CombinedLock& lock : locks) {
-        const int f = lock.fileLock.path.back() - '0';
-        if (lock.fileLock.IsShared()) {
-          ++readers[f];
-          if (writers[f] != 0) ++violations;
-        } else if (++writers[f] != 1 || readers[f] != 0) {
-          ++violations;
-        }
-      }
-      std::this_thread::yield();
-      for (const CombinedLock& lock : locks) {
-        const int f = lock.fileLock.path.back() - '0';
-        if (lock.fileLock.IsShared()) {
-          --readers[f];
-        } else {
-          --writers[f];
-        }
-      }
+      check.Hold(held);
       closure.UnlockAll();
       if (round % 50 == 0) {
         ASSERT_TRUE(closure.LockAll());
         closure.UnlockAll();
       }
     }
-  };
-  std::vector<std::thread> threads;
-  for (unsigned t = 0; t < 8; ++t) threads.emplace_back(worker, 100 + t);
-  for (std::thread& t : threads) t.join();
-  EXPECT_EQ(violations, 0);
+  });
+  EXPECT_EQ(check.violations(), 0);
 }
 
 }  // namespace

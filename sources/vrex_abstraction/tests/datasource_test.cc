@@ -2,12 +2,10 @@
 // the file kinds' read-ahead against the bytes of the files.
 #include "abstraction/datasource.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -17,6 +15,7 @@
 #include <vector>
 
 #include "abstraction/errors.h"
+#include "temp_dir.h"
 
 namespace vrex {
 namespace abstraction {
@@ -27,82 +26,40 @@ struct SourceDeleter {
 };
 using SourcePtr = std::unique_ptr<DataSource, SourceDeleter>;
 
-// A file under /tmp holding `bytes`, removed with the object.
-class TempFile {
- public:
-  explicit TempFile(const std::vector<unsigned char>& bytes) {
-    char name[] = "/tmp/vidora_ds_XXXXXX";
-    const int fd = mkstemp(name);
-    EXPECT_GE(fd, 0);
-    if (!bytes.empty()) {
-      EXPECT_EQ(write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
-    }
-    close(fd);
-    _path = name;
-  }
-  ~TempFile() { unlink(_path.c_str()); }
-  const std::string& path() const { return _path; }
-  // Rewrites the file in place (same inode, as another writer would).
-  void Write(const std::vector<unsigned char>& bytes) const {
-    const int fd = open(_path.c_str(), O_WRONLY | O_TRUNC);
-    EXPECT_EQ(write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
-    close(fd);
-  }
-
- private:
-  std::string _path;
-};
-
 std::vector<unsigned char> Counting(size_t size, unsigned char first = 0) {
   std::vector<unsigned char> bytes(size);
   std::iota(bytes.begin(), bytes.end(), first);
   return bytes;
 }
 
-TEST(DataSourceTest, CursorClampsOnEveryKind) {
-  const std::vector<unsigned char> bytes = Counting(64);
-  TempFile file(bytes);
-  int err = 0;
-  std::vector<SourcePtr> sources;
-  sources.emplace_back(DataSource::GetInstance(64L));
-  sources.emplace_back(DataSource::GetInstance(bytes.data(), bytes.size(), err));
-  sources.emplace_back(DataSource::GetInstance(file.path().c_str(), err));
-  sources.emplace_back(DataSource::GetInstance(std::vector<std::string>{file.path(), file.path()}, err));
-  for (SourcePtr& source : sources) {
-    ASSERT_NE(source, nullptr);
-    const long size = source->Size();
-    EXPECT_EQ(source->Cursor(-5), 0);
-    EXPECT_EQ(source->Cursor(), 0);
-    EXPECT_EQ(source->Cursor(size + 1), size);
-    EXPECT_EQ(source->Available(), 0);
-    EXPECT_EQ(source->Cursor(10), 10);
-    EXPECT_EQ(source->Available(), size - 10);
-    EXPECT_EQ(source->DropReadAhead(), 0);  // nothing changed: nothing moves
-    EXPECT_EQ(source->Size(), size);
-    EXPECT_EQ(source->Cursor(), 10);
-  }
-}
-
-TEST(DataSourceTest, BigEndianReadsOnEveryKind) {
-  const std::vector<unsigned char> bytes = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08,
-                                            0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F};
-  TempFile first({bytes.begin(), bytes.begin() + 5});
-  TempFile second({bytes.begin() + 5, bytes.end()});
+// Cursor clamping and big-endian reads on each kind; the file kinds meet them again, at every
+// read-ahead edge, in EveryReadPatternGivesTheFileBytes.
+TEST(DataSourceTest, CursorClampsAndBigEndianReadsOnEveryKind) {
+  const std::vector<unsigned char> bytes = Counting(15, 1);
+  TempDir dir;
   int err = 0;
   std::vector<SourcePtr> sources;
   sources.emplace_back(DataSource::GetInstance(0L));
   sources.back()->AppendBufferNonBlocking(bytes.data(), bytes.size());
   sources.emplace_back(DataSource::GetInstance(bytes.data(), bytes.size(), err));
-  TempFile whole(bytes);
-  sources.emplace_back(DataSource::GetInstance(whole.path().c_str(), err));
-  sources.emplace_back(DataSource::GetInstance(std::vector<std::string>{first.path(), second.path()}, err));
+  sources.emplace_back(DataSource::GetInstance(dir.File("whole", bytes).c_str(), err));
+  sources.emplace_back(DataSource::GetInstance(
+      {dir.File("first", Counting(5, 1)), dir.File("second", Counting(10, 6))}, err));
   for (SourcePtr& source : sources) {
     ASSERT_NE(source, nullptr);
+    EXPECT_EQ(source->Size(), 15);
+    EXPECT_EQ(source->Cursor(-5), 0);
+    EXPECT_EQ(source->Cursor(16), 15);
+    EXPECT_EQ(source->Available(), 0);
+    EXPECT_EQ(source->Cursor(0), 0);
     EXPECT_EQ(source->ReadUInt8(), 0x01);
     EXPECT_EQ(source->ReadUInt16(), 0x0203);
     EXPECT_EQ(source->ReadUInt32(), 0x04050607u);  // crosses the seam of the two files
     EXPECT_EQ(source->ReadUInt64(), 0x08090A0B0C0D0E0Full);
     EXPECT_EQ(source->Available(), 0);
+    EXPECT_EQ(source->DropReadAhead(), 0);  // nothing changed: nothing moves
+    EXPECT_EQ(source->Size(), 15);
+    EXPECT_EQ(source->Cursor(), 15);
   }
 }
 
@@ -206,29 +163,25 @@ TEST(DataSourceTest, AppendDataSourceMovesWhatIsAvailable) {
   EXPECT_EQ(queue->ReadUInt16(), 0x0405);
 }
 
-TEST(DataSourceTest, FileReadsFailShortAndKeepTheCursor) {
-  TempFile file(Counting(100));
+// The walk in EveryReadPatternGivesTheFileBytes checks that failed reads keep the cursor;
+// here are the codes of the failures, and a file cut after it was opened.
+TEST(DataSourceTest, FileReadFailures) {
+  TempDir dir;
+  const std::string path = dir.File("f", Counting(100));
   int err = 0;
-  SourcePtr source(DataSource::GetInstance(file.path().c_str(), err));
+  SourcePtr source(DataSource::GetInstance(path.c_str(), err));
   ASSERT_NE(source, nullptr);
-  EXPECT_EQ(source->Size(), 100);
   unsigned char out[100];
-  EXPECT_EQ(source->Cursor(90), 90);
-  EXPECT_LT(source->ReadBuffer(out, 20), 0);
-  EXPECT_EQ(source->Cursor(), 90);
-  EXPECT_EQ(source->PeekBuffer(nullptr, 0, 4, err), nullptr);
+  EXPECT_EQ(source->PeekBuffer(nullptr, 0, 4, err), nullptr);  // a file needs `dst`
   EXPECT_EQ(err, ERR_ABSTRACTION_INVALID_PARAMETERS);
   EXPECT_EQ(source->PeekBuffer(out, 98, 4, err), nullptr);
   EXPECT_EQ(err, ERR_ABSTRACTION_INVALID_PARAMETERS);
-  EXPECT_EQ(source->PeekBuffer(out, 50, 2, err), out);
-  EXPECT_EQ(out[1], 51);
-  EXPECT_EQ(source->Cursor(), 90);
   EXPECT_EQ(source->AppendBufferNonBlocking(out, 1), ERR_ABSTRACTION_PUT_NOT_SUPPORTED);
 
   // Truncated after opening, before anything was read ahead: the size stays, a read at the
   // old end fails and keeps the cursor.
-  source.reset(DataSource::GetInstance(file.path().c_str(), err));
-  ASSERT_EQ(truncate(file.path().c_str(), 60), 0);
+  source.reset(DataSource::GetInstance(path.c_str(), err));
+  ASSERT_EQ(truncate(path.c_str(), 60), 0);
   EXPECT_EQ(source->Size(), 100);
   source->Cursor(56);
   EXPECT_LT(source->ReadBuffer(out, 8), 0);
@@ -247,39 +200,31 @@ TEST(DataSourceTest, FileFactoryFailures) {
   EXPECT_EQ(err, errors::SystemError(ENOENT));
   EXPECT_EQ(DataSource::GetInstance(std::vector<std::string>{}, err), nullptr);
   EXPECT_EQ(err, ERR_ABSTRACTION_INVALID_PARAMETERS);
-  TempFile good(Counting(4));
-  EXPECT_EQ(DataSource::GetInstance(std::vector<std::string>{good.path(), "/nonexistent/x"}, err),
-            nullptr);
+  TempDir dir;
+  EXPECT_EQ(DataSource::GetInstance({dir.File("good", Counting(4)), "/nonexistent/x"}, err), nullptr);
   EXPECT_EQ(err, errors::SystemError(ENOENT));
   DataSource::FreeInstance(nullptr);
 }
 
-TEST(DataSourceTest, MultiFileLeavesOutEmptyFilesAndReadsAcrossSeams) {
-  TempFile first(Counting(10, 0));
-  TempFile empty({});
-  TempFile third(Counting(10, 10));
+// Reads across the seams are the walk's (EveryReadPatternGivesTheFileBytes); here are the base
+// offset, the code of a read past the end, and files that are all empty.
+TEST(DataSourceTest, MultiFileBaseOffsetsAndEmptyFiles) {
+  TempDir dir;
+  const std::string empty = dir.File("empty");
   int err = 0;
-  SourcePtr source(DataSource::GetInstance(
-      std::vector<std::string>{first.path(), empty.path(), third.path()}, err));
+  SourcePtr source(
+      DataSource::GetInstance({dir.File("first", Counting(10)), empty, dir.File("third", Counting(10))}, err));
   ASSERT_NE(source, nullptr);
   EXPECT_EQ(source->Size(), 20);
   EXPECT_EQ(source->MultifileBaseOffset(), 0);
   source->Cursor(6);
   unsigned char out[20];
   EXPECT_EQ(source->ReadBuffer(out, 8), 8);
-  EXPECT_EQ(std::vector<unsigned char>(out, out + 8), Counting(8, 6));
-  EXPECT_EQ(source->Cursor(), 14);
   EXPECT_EQ(source->MultifileBaseOffset(), 10);
   EXPECT_EQ(source->ReadBuffer(out, 7), ERR_ABSTRACTION_INVALID_PARAMETERS);
   EXPECT_EQ(source->Cursor(), 14);
-  EXPECT_EQ(source->PeekBuffer(out, 8, 4, err), out);
-  EXPECT_EQ(std::vector<unsigned char>(out, out + 4), Counting(4, 8));
-  EXPECT_EQ(source->Cursor(), 14);
-  source->Cursor(10);
-  EXPECT_EQ(source->ReadBuffer(out, 10), 10);
-  EXPECT_EQ(source->Available(), 0);
 
-  SourcePtr allEmpty(DataSource::GetInstance(std::vector<std::string>{empty.path(), empty.path()}, err));
+  SourcePtr allEmpty(DataSource::GetInstance({empty, empty}, err));
   ASSERT_NE(allEmpty, nullptr);
   EXPECT_EQ(allEmpty->Size(), 0);
   EXPECT_EQ(allEmpty->ReadBuffer(out, 0), 0);
@@ -301,12 +246,14 @@ std::vector<unsigned char> RandomBytes(size_t size, unsigned seed) {
 TEST(DataSourceReadAheadTest, EveryReadPatternGivesTheFileBytes) {
   const std::vector<unsigned char> bytes = RandomBytes(1200007, 1);
   const long size = static_cast<long>(bytes.size()), seam = 262149;
-  TempFile whole(bytes), first({bytes.begin(), bytes.begin() + seam}), empty({}),
-      last({bytes.begin() + seam, bytes.end()});
+  TempDir dir;
   int err = 0;
   SourcePtr sources[] = {
-      SourcePtr(DataSource::GetInstance(whole.path().c_str(), err)),
-      SourcePtr(DataSource::GetInstance({first.path(), empty.path(), last.path()}, err))};
+      SourcePtr(DataSource::GetInstance(dir.File("whole", bytes).c_str(), err)),
+      SourcePtr(DataSource::GetInstance(
+          {dir.File("first", std::string(bytes.begin(), bytes.begin() + seam)), dir.File("empty"),
+           dir.File("last", std::string(bytes.begin() + seam, bytes.end()))},
+          err))};
   const long counts[] = {0, 1, 2, 3, 4, 7, 8, 31, 4095, 4096, 4097, 16383, 16385,
                          65535, 65536, 65537, 262143, 262144, 262145, 300001};
   const long edges[] = {4096, 16384, 65536, 262144, seam, 524288, size};
@@ -373,12 +320,11 @@ TEST(DataSourceReadAheadTest, DropReadAheadSeesAnotherWritersChanges) {
     std::vector<std::vector<unsigned char>> pieces = {RandomBytes(40000, 2), RandomBytes(60000, 3),
                                                       RandomBytes(30000, 5)};
     pieces.resize(row.multi ? 3 : 1);
-    std::vector<std::unique_ptr<TempFile>> files;
+    TempDir dir;
     std::vector<std::string> paths;
     long before = 0, at = 19000;  // `at`: 19,000 bytes into the file that changes
     for (size_t i = 0; i < pieces.size(); ++i) {
-      files.emplace_back(new TempFile(pieces[i]));
-      paths.push_back(files.back()->path());
+      paths.push_back(dir.File(std::to_string(i), pieces[i]));
       if (i < row.changed) at += static_cast<long>(pieces[i].size());
       before += static_cast<long>(pieces[i].size());
     }
@@ -391,7 +337,7 @@ TEST(DataSourceReadAheadTest, DropReadAheadSeesAnotherWritersChanges) {
     }
     source->Cursor(before);
     pieces[row.changed] = RandomBytes(row.newLength, 4);
-    files[row.changed]->Write(pieces[row.changed]);
+    dir.File(std::to_string(row.changed), pieces[row.changed]);
     ASSERT_NE(source->PeekBuffer(out.data(), at, 1000, err), nullptr) << what;
     EXPECT_EQ(std::vector<unsigned char>(out.begin(), out.begin() + 1000), held) << what;
     EXPECT_EQ(source->Size(), before) << what;

@@ -14,34 +14,21 @@
 #include "abstraction/logging.h"
 #include "abstraction/write_hook.h"
 #include "errors/errors.h"
+#include "log_capture.h"
 #include "scratch_mount.h"
+#include "temp_dir.h"
 
 namespace vrex {
 namespace abstraction {
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+using vidora_testing::LogCapture;
 using vidora_testing::ScratchMount;
 
 const int kEINVAL = ::vrex::errors::SystemError(EINVAL);
 const int kENOSPC = ::vrex::errors::SystemError(ENOSPC);
 const int kEBADF = ::vrex::errors::SystemError(EBADF);
-
-// A fresh path under /tmp (ext4 here), removed with the object.
-class ScratchPath {
- public:
-  ScratchPath() {
-    char name[] = "/tmp/vidora_ffo_XXXXXX";
-    close(mkstemp(name));
-    unlink(name);
-    _path = name;
-  }
-  ~ScratchPath() { unlink(_path.c_str()); }
-  const char* c_str() const { return _path.c_str(); }
-
- private:
-  std::string _path;
-};
 
 Bytes Pattern(long size, unsigned seed) {
   Bytes bytes(size);
@@ -63,25 +50,17 @@ int OpenWithBytes(const char* path, const Bytes& bytes) {
   return fd;
 }
 
-std::vector<std::string>& Warnings() {
-  static std::vector<std::string> lines;
-  return lines;
-}
-void KeepWarning(log_level_t level, unsigned long, const char* text, unsigned long length) {
-  if (level == LOG_LEVEL_WARNING) Warnings().emplace_back(text, length);
-}
-
+// The folder of the tests on the file system of /tmp (ext4 here), and the warnings they log.
 class FastFileOperationsTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    Warnings().clear();
-    registerLoggingCallback(KeepWarning);
-  }
-  void TearDown() override { registerLoggingCallback(nullptr); }
+  std::vector<std::string> Warnings() const { return _log.Texts(LOG_LEVEL_WARNING); }
+
+  TempDir _dir;
+  LogCapture _log;
 };
 
 TEST_F(FastFileOperationsTest, AllocateReservesZerosWithFallocate) {
-  ScratchPath path;
+  const std::string path = _dir.path() + "/a.vrx";
   const long fd = FastAllocateFile(path.c_str(), 3 << 20, 0640);
   ASSERT_GE(fd, 0);
   struct stat info;
@@ -153,7 +132,7 @@ TEST_F(FastFileOperationsTest, ZeroRangeTable) {
       {0, size + 1, 0, ERR_ABSTRACTION_INVALID_PARAMETERS, 0, 0},
       {size - 4, 8, 0, ERR_ABSTRACTION_INVALID_PARAMETERS, 0, 0},
   };
-  ScratchPath path;
+  const std::string path = _dir.path() + "/a.vrx";
   for (const row_t& row : rows) {
     const Bytes before = Pattern(size, 7);
     const int fd = OpenWithBytes(path.c_str(), before);
@@ -206,7 +185,7 @@ TEST_F(FastFileOperationsTest, CopyTable) {
       {0, size + 4, -1, 0, ERR_ABSTRACTION_INVALID_PARAMETERS, 0},
       {0, -1, 10, 0, ERR_ABSTRACTION_INVALID_PARAMETERS, 0},
   };
-  ScratchPath srcPath, dstPath;
+  const std::string srcPath = _dir.path() + "/src", dstPath = _dir.path() + "/dst";
   const Bytes source = Pattern(size, 11);
   const int src = OpenWithBytes(srcPath.c_str(), source);
   for (const row_t& row : rows) {
@@ -247,7 +226,7 @@ TEST_F(FastFileOperationsTest, CopyTable) {
 TEST_F(FastFileOperationsTest, CopyOntoAFullFileSystemFails) {
   ScratchMount tmpfs("tmpfs", "size=1m");
   if (!tmpfs.ok()) GTEST_SKIP() << "cannot mount tmpfs here";
-  ScratchPath srcPath;
+  const std::string srcPath = _dir.path() + "/src";
   const int src = OpenWithBytes(srcPath.c_str(), Pattern(2 << 20, 5));
   const int dst = open(tmpfs.File("copy").c_str(), O_RDWR | O_CREAT, 0600);
   // The block that does not fit is taken in part, which the copy reports as such.

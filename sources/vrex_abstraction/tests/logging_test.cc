@@ -10,31 +10,16 @@
 
 #include "abstraction/logging.h"
 #include "errors/errors.h"
+#include "log_capture.h"
 
 namespace vrex {
 namespace abstraction {
 namespace {
 
-struct captured_t {
-  log_level_t level;
-  std::string text;
-};
-std::vector<captured_t> gCaptured;
+using vidora_testing::LogCapture;
 
-void Capture(log_level_t level, unsigned long, const char* text, unsigned long length) {
-  gCaptured.push_back({level, std::string(text, length)});
-}
-
-class LoggingTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    gCaptured.clear();
-    registerLoggingCallback(Capture);
-  }
-  void TearDown() override { registerLoggingCallback(nullptr); }
-};
-
-TEST_F(LoggingTest, LineFormatCarriesUtcTimeLevelLetterAndThreadName) {
+TEST(LoggingTest, LineFormatCarriesUtcTimeLevelLetterAndThreadName) {
+  LogCapture log;
   std::thread worker([] {
     pthread_setname_np(pthread_self(), "worker-7");
     LOGF << "fatal " << 1;
@@ -44,19 +29,21 @@ TEST_F(LoggingTest, LineFormatCarriesUtcTimeLevelLetterAndThreadName) {
     LOGD << "debug";
   });
   worker.join();
-  ASSERT_EQ(5u, gCaptured.size());
+  const auto& lines = log.lines();
+  ASSERT_EQ(5u, lines.size());
   const char letters[] = "FEWID";
   for (int i = 0; i < 5; ++i) {
-    EXPECT_EQ(i, gCaptured[i].level);
+    EXPECT_EQ(i, lines[i].level);
     const std::regex line(std::string(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z )") + letters[i] +
                           " worker-7  - .+$");
-    EXPECT_TRUE(std::regex_match(gCaptured[i].text, line)) << gCaptured[i].text;
+    EXPECT_TRUE(std::regex_match(lines[i].text, line)) << lines[i].text;
   }
-  EXPECT_NE(std::string::npos, gCaptured[0].text.find(" - fatal 1"));
-  EXPECT_NE(std::string::npos, gCaptured[1].text.find(" - error 2"));
+  EXPECT_TRUE(log.Contains(" - fatal 1"));
+  EXPECT_TRUE(log.Contains(" - error 2"));
 }
 
-TEST_F(LoggingTest, TimeIsUtcNow) {
+TEST(LoggingTest, TimeIsUtcNow) {
+  LogCapture log;
   // time() may lag gettimeofday() by a tick, so the bounds come from the same clock as the line.
   timeval now;
   gettimeofday(&now, nullptr);
@@ -65,30 +52,31 @@ TEST_F(LoggingTest, TimeIsUtcNow) {
   gettimeofday(&now, nullptr);
   const time_t after = now.tv_sec;
   tm parsed = {};
-  ASSERT_NE(nullptr, strptime(gCaptured.at(0).text.c_str(), "%Y-%m-%dT%H:%M:%S", &parsed));
+  ASSERT_NE(nullptr, strptime(log.lines().at(0).text.c_str(), "%Y-%m-%dT%H:%M:%S", &parsed));
   const time_t logged = timegm(&parsed);
   EXPECT_GE(logged, before);
   EXPECT_LE(logged, after);
 }
 
-TEST_F(LoggingTest, ErrorInfoFormReplacesTheDashWithTheRecord) {
+TEST(LoggingTest, ErrorInfoFormReplacesTheDashWithTheRecord) {
+  LogCapture log;
   errors::returnErrorWithTracking(errors::SystemError(2), "where.cc", 12);
   LOGE_WITH_ERROR_INFO << "body";
-  ASSERT_EQ(1u, gCaptured.size());
-  const std::string& text = gCaptured[0].text;
+  ASSERT_EQ(1u, log.Count());
+  const std::string& text = log.lines()[0].text;
   const size_t errorsAt = text.find(" \nErrors:\n   0x80000002 at where.cc:12: ");
   ASSERT_NE(std::string::npos, errorsAt) << text;
   EXPECT_EQ(std::string::npos, text.find(" - "));
   EXPECT_EQ("Stack:\n\nbody", text.substr(text.size() - 12));
 }
 
-TEST_F(LoggingTest, NothingIsBuiltWithoutACallback) {
+TEST(LoggingTest, NothingIsBuiltWithoutACallback) {
   registerLoggingCallback(nullptr);
   int evaluated = 0;
   LOGE << (++evaluated);
   EXPECT_EQ(0, evaluated);
   EXPECT_FALSE(isLoggingCallbackRegistered());
-  registerLoggingCallback(Capture);
+  LogCapture log;
   LOGE << (++evaluated);
   EXPECT_EQ(1, evaluated);
 }

@@ -5,7 +5,9 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace vrex {
 namespace abstraction {
@@ -20,13 +22,24 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  // Writes `content` to a new file in the folder and returns its path.
-  std::string File(const std::string& name, const std::string& content = "") const {
+  // Writes `content` to the file `name` in the folder, in place of what it held (same inode,
+  // as another writer would), and returns its path.
+  std::string File(const std::string& name, const std::string& content = std::string()) const {
     const std::string path = _path + "/" + name;
-    std::ofstream(path) << content;
+    std::ofstream(path, std::ios::binary) << content;
     return path;
   }
+  std::string File(const std::string& name, const std::vector<unsigned char>& bytes) const {
+    return File(name, std::string(bytes.begin(), bytes.end()));
+  }
   const std::string& path() const { return _path; }
+
+  // The whole content of the file at `path`.
+  static std::string Read(const std::string& path) {
+    std::stringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+  }
 
  private:
   std::string _path;

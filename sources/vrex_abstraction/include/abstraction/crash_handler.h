@@ -1,7 +1,9 @@
 // The crash log: when the process dies by SIGSEGV, SIGABRT, SIGFPE, SIGILL or SIGBUS it leaves
 // a text file from which a developer can place the crash, then ends by SIGKILL (the signal is
 // not raised again, so no core dump follows). SIGPIPE, SIGTERM and the others are not caught.
-// Handlers installed before for the five signals are replaced, not called.
+// Handlers installed before for the five signals are replaced, not called; a fault filter
+// (SetCrashFaultFilter) sees SIGSEGV and SIGBUS first, so that a fault its owner recovers from
+// is not taken for a crash.
 //
 // The file is <path>.crash.log, text, numbers in upper-case hexadecimal:
 //   pid: <decimal>\nstart timestamp: <seconds, decimal>\nversion: <version>\n    at installation
@@ -23,6 +25,8 @@
 // survives a second fault.
 #pragma once
 
+#include <signal.h>
+
 #include <string>
 
 namespace vrex {
@@ -34,6 +38,15 @@ namespace abstraction {
 // again. Once installed, a call leaves the file as it is, puts the handler back over any set
 // since, and returns 0. Any thread.
 int InstallCrashHandler(const std::string& path, const std::string& version);
+
+// Decides, inside the signal handler, whether a SIGSEGV or SIGBUS is a fault that the process
+// expects and recovers from, and if so prepares the recovery (typically by changing `context`)
+// and returns true: the handler then returns without logging. It must be async-signal-safe.
+using crash_fault_filter_t = bool (*)(int signal, siginfo_t* info, void* context);
+
+// Sets the fault filter, or none with null. The JavaScript engine's WebAssembly bounds checks
+// fault on purpose and turn the fault into an exception: its own test belongs here. Any thread.
+void SetCrashFaultFilter(crash_fault_filter_t filter);
 
 // Appends `text` and a new line to the lines that a crash writes. They keep the latest 262,144
 // bytes: older text is cut from the front. Any thread.

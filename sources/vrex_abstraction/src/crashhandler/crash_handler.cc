@@ -47,6 +47,7 @@ crash_handler_state_t& State() {
 std::atomic<int> gCrashFd{-1};
 std::atomic<const char*> gSavedData{nullptr};
 std::atomic<size_t> gSavedSize{0};
+std::atomic<crash_fault_filter_t> gFaultFilter{nullptr};
 void* gStackFrames[kStackFrames];
 internal::memory_probe_t gProbe;
 
@@ -61,7 +62,11 @@ __attribute__((noinline)) int custom_back_trace(int limit) {
                                    reinterpret_cast<uintptr_t>(__builtin_frame_address(0)), limit);
 }
 
-void DumpStack(int signal, siginfo_t* info, void*) {
+void DumpStack(int signal, siginfo_t* info, void* context) {
+  const crash_fault_filter_t filter = gFaultFilter.load();
+  if ((signal == SIGSEGV || signal == SIGBUS) && filter != nullptr && filter(signal, info, context)) {
+    return;
+  }
   const int fd = gCrashFd.load();
   WriteSynced(fd, gSavedData.load(), gSavedSize.load());
   timespec now;
@@ -127,6 +132,8 @@ int InstallCrashHandler(const std::string& path, const std::string& version) {
   state.installed = true;
   return 0;
 }
+
+void SetCrashFaultFilter(crash_fault_filter_t filter) { gFaultFilter = filter; }
 
 void SaveCrashData(const std::string& text) {
   crash_handler_state_t& state = State();

@@ -5,6 +5,13 @@
 #include "common/version.h"
 #include "nodejs/errors.h"
 
+// The engine's own test of a WebAssembly bounds-check fault, which it turns into a RuntimeError
+// when it returns true; exported by the host executable when it uses such traps, null otherwise.
+namespace v8 {
+bool TryHandleWebAssemblyTrapPosix(int signal, siginfo_t* info, void* context)
+    __attribute__((weak));
+}  // namespace v8
+
 namespace vrex {
 namespace nodejs {
 namespace common {
@@ -20,6 +27,8 @@ Napi::Value callback_installCrashHandler(const Napi::CallbackInfo& info) {
     THROW_ERROR(env, VREX_ERROR(ERR_NODEJS_INVALID_PARAMETERS));
     return env.Undefined();
   }
+  // A WebAssembly memory access out of bounds is a JavaScript exception, not a crash.
+  vrex::abstraction::SetCrashFaultFilter(v8::TryHandleWebAssemblyTrapPosix);
   const int result =
       vrex::abstraction::InstallCrashHandler(path, vrex::common::Version::GetBanner());
   if (result < 0) THROW_ERROR(env, result);
