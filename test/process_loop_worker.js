@@ -6,7 +6,7 @@ const fs = require('fs');
 const path = require('path');
 
 const { vidora } = require('./helpers');
-const { CODES, call, segment, identity, T0 } = require('./managed_files');
+const { CODES, call, segment, T0 } = require('./managed_files');
 const { makeRecording } = require('./recordings');
 
 // Every frame a segment can hold, by what identifies it but its wall clock.

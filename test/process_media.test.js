@@ -7,7 +7,7 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 
-const { vidora, CODES, tempDir } = require('./helpers');
+const { vidora, tempDir } = require('./helpers');
 const { send } = require('./operation_helpers');
 const { framesOfBytes } = require('./managed_files');
 const { makeRecording, probe, pictureHashes, expectedPictureHashes, forwardFrames, T0 } = require('./recordings');
