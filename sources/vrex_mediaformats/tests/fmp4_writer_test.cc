@@ -120,12 +120,11 @@ struct fmp4_run_t {
   int error = 0;
 };
 
-// Writes the frames of a fixture (its first `count`) through a WriterFMP4 and flushes.
+// Writes the frames of a fixture through a WriterFMP4 and flushes.
 void WriteFixture(const std::string& name, bool progressive, const media::timestamp_t& duration, bool onKeyFrames,
-                  fmp4_run_t& run, bool sampleDurations = false, size_t count = SIZE_MAX) {
+                  fmp4_run_t& run, bool sampleDurations = false) {
   run.frames = testing::ReadAllFrames(testing::FixturePath(name));
   ASSERT_FALSE(run.frames.empty());
-  if (count < run.frames.size()) run.frames.resize(count);
   run.tracks = testing::TracksOf(run.frames, 320, 240);
   run.tracks.video._rfc6381Codec = "avc1.64000d";
   run.tracks.audio._rfc6381Codec = "mp4a.40.2";
@@ -184,32 +183,6 @@ TEST(WriterFMP4, FfprobeReadsTheSamePackets) {
         EXPECT_EQ(testing::DecodedMd5s(out, stream), want) << what << " " << stream;
       }
     }
-  }
-}
-
-TEST(WriterFMP4, AStreamThatEndsOnAKeyFrameEndsWithAFragmentOfVideoAlone) {
-  SKIP_WITHOUT_FFMPEG();
-  // The frames up to and including the first video key frame after the first: that key frame
-  // opens a fragment that no audio sample reaches before the flush.
-  std::vector<testing::owned_frame_t> all = testing::ReadAllFrames(testing::FixturePath("h264_aac_moov_last.mp4"));
-  size_t count = 0, keys = 0;
-  while (count < all.size() && keys < 2) {
-    const media::frame_t& f = all[count++].frame;
-    if (media::tagKind(f.tag) == 'V' && f.keyFrame) ++keys;
-  }
-  ASSERT_EQ(keys, 2u);
-  for (bool progressive : {false, true}) {
-    fmp4_run_t run;
-    WriteFixture("h264_aac_moov_last.mp4", progressive, media::timestamp_t(0, 1000), true, run, false, count);
-    ASSERT_GE(run.sink.fragments.size(), 2u);
-    std::vector<traf_summary_t> last = Trafs(run.sink.fragments.back());
-    ASSERT_EQ(last.size(), 1u) << progressive;
-    EXPECT_EQ(last[0].trackId, 1u);
-    EXPECT_EQ(last[0].samples, 1u);
-    std::string out = testing::TempPath("video-last.mp4");
-    testing::WriteFileBytes(out, run.sink.File());
-    std::vector<packet_t> probed = testing::ProbePackets(out);
-    EXPECT_EQ(probed.size(), count) << progressive;
   }
 }
 
@@ -284,6 +257,9 @@ TEST(WriterFMP4, FragmentingRules) {
       {"key-frame mode, duration 0: P frames before the first key vanish, each key cuts", false, true, 0,
        {{'P', 0}, {'P', 3000}, {'V', 6000}, {'P', 9000}, {'V', 12000}, {'P', 15000}, {'V', 18000}},
        {{{1, 6000, 2}}, {{1, 12000, 2}}, {{1, 18000, 1}}}},
+      {"a stream that ends on a key frame ends with a fragment of that frame alone, without audio", true, true, 0,
+       {{'V', 0}, {'A', 0}, {'P', 3000}, {'A', 1024}, {'V', 6000}},
+       {{{1, 0, 2}, {2, 0, 2}}, {{1, 6000, 1}}}},
       {"a DTS going back closes the fragment at that sample", false, false, 10000,
        {{'V', 90000}, {'P', 93000}, {'P', 3000}, {'P', 6000}},
        {{{1, 90000, 2}}, {{1, 3000, 2}}}},
@@ -425,19 +401,36 @@ TEST(WriterFMP4, Failures) {
             ERR_MEDIAFORMATS_FMP4_WRITER_STATE);
 }
 
-// A base timestamp moves each track's timeline to start there, from the track's own first DTS;
-// with it in force the wall clock does not replace the base times.
-TEST(WriterFMP4, BaseTimestampRebasesEachTrack) {
-  for (bool wallClock : {false, true}) {
+// A base timestamp moves each track's timeline to start there, from the track's own first DTS,
+// and keeps the wall clock from replacing the base times; without one, the wall clock of the
+// sync node gives them, in each track's clock.
+TEST(WriterFMP4, BaseTimesFromABaseTimestampOrTheWallClock) {
+  // Video: 10 s at 90000 plus the composition offset; audio: 10 s at 48000. On the wall clock:
+  // 1,700,000,000,000 ms at the sync node's stream clock of 1 s.
+  const std::vector<std::vector<traf_summary_t>> rebased = {{{1, 903000, 2}, {2, 480000, 2}},
+                                                             {{1, 993000, 1}, {2, 482048, 1}}};
+  const uint64_t video0 = 1700000000000ull * 90 - 90000, audio0 = 1700000000000ull * 48 - 48000;
+  struct case_t {
+    bool baseTimestamp, wallClock;
+    std::vector<std::vector<traf_summary_t>> fragments;
+    std::vector<long> starts;  // the first PTS in ms, rounded: 482048 / 48 is 10043
+  };
+  const case_t cases[] = {
+      {true, false, rebased, {10000, 10043}},
+      {true, true, rebased, {10000, 10043}},
+      {false, true, {{{1, video0 + 503000, 2}, {2, audio0 + 100000, 2}}, {{1, video0 + 593000, 1}, {2, audio0 + 102048, 1}}},
+       {2083, 2126}},
+  };
+  for (const case_t& c : cases) {
     MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
-    video._baseTimestamp = audio._baseTimestamp = media::timestamp_t(10000, 1000);
+    if (c.baseTimestamp) video._baseTimestamp = audio._baseTimestamp = media::timestamp_t(10000, 1000);
     FileSink sink;
     int error = 0;
     std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 1000), false,
-                                                          wallClock, &sink, error));
+                                                          c.wallClock, &sink, error));
     ASSERT_TRUE(writer) << std::hex << error;
     media::clock_sync_t sync;
-    sync.sc = media::timestamp_t(0, 90000);
+    sync.sc = media::timestamp_t(90000, 90000);
     sync.wc = media::timestamp_t(1700000000000, 1000);
     writer->WriteClockSync(sync);
     const Bytes payload = {0x21, 0x10, 0x04, 0x60};
@@ -452,34 +445,11 @@ TEST(WriterFMP4, BaseTimestampRebasesEachTrack) {
       ASSERT_EQ(result, 0) << s.kind << " at " << s.dts;
     }
     ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
-    // Video: 10 s at 90000 plus the composition offset; audio: 10 s at 48000.
-    const std::vector<std::vector<traf_summary_t>> expected = {{{1, 903000, 2}, {2, 480000, 2}},
-                                                                 {{1, 993000, 1}, {2, 482048, 1}}};
     std::vector<std::vector<traf_summary_t>> got;
     for (const Bytes& fragment : sink.fragments) got.push_back(Trafs(fragment));
-    EXPECT_EQ(got, expected) << wallClock;
-    EXPECT_EQ(sink.starts, (std::vector<long>{10000, 10043})) << wallClock;  // 482048 / 48 rounded
+    EXPECT_EQ(got, c.fragments) << c.baseTimestamp << c.wallClock;
+    EXPECT_EQ(sink.starts, c.starts) << c.baseTimestamp << c.wallClock;
   }
-}
-
-TEST(WriterFMP4, WallClockBaseTimes) {
-  MP4TrackInfo video = testing::SmallVideoInfo();
-  FileSink sink;
-  int error = 0;
-  std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", nullptr, &video, false, media::timestamp_t(1000, 1000), false, true, &sink, error));
-  media::clock_sync_t sync;
-  sync.sc = media::timestamp_t(90000, 90000);
-  sync.wc = media::timestamp_t(1700000000000, 1000);
-  writer->WriteClockSync(sync);
-  const Bytes payload = {1, 2, 3};
-  for (int64_t dts : {180000, 183000, 270000}) {
-    ASSERT_EQ(writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(dts, 90000), true), 0);
-  }
-  ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
-  ASSERT_EQ(sink.fragments.size(), 2u);
-  // 180000 ticks is 1 s past the sync point: the wall clock plus 1 s, in the 90 kHz clock.
-  EXPECT_EQ(Trafs(sink.fragments[0])[0].baseTime, (1700000000000ull + 1000) * 90);
-  EXPECT_EQ(Trafs(sink.fragments[1])[0].baseTime, (1700000000000ull + 2000) * 90);
 }
 
 }  // namespace

@@ -151,6 +151,27 @@ std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track) {
   return out;
 }
 
+std::string ReaderMismatchWithFfprobe(const std::string& path) {
+  const std::vector<packet_t> probed = ProbePackets(path);
+  if (probed.empty()) return "ffprobe listed nothing";
+  int error = 0;
+  const std::vector<packet_t> read = ReaderPackets(path, error);
+  if (error != 0) return "ReaderMp4 failed: " + std::to_string(error);
+  if (read.size() != probed.size()) {
+    return std::to_string(read.size()) + " packets instead of " + std::to_string(probed.size());
+  }
+  for (int track = 1; track <= 2; ++track) {
+    const std::vector<packet_t> expected = OfTrack(probed, track), actual = OfTrack(read, track);
+    for (size_t i = 0; i < expected.size() && i < actual.size(); ++i) {
+      if (!(actual[i] == expected[i])) {
+        return "packet " + std::to_string(i) + "\n ours:    " + ToString(actual[i]) + "\n ffprobe: " + ToString(expected[i]);
+      }
+    }
+    if (actual.size() != expected.size()) return "track " + std::to_string(track) + " differs in length";
+  }
+  return "";
+}
+
 std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& stream) {
   int status = 0;
   bool mp4 = path.size() > 4 && path.compare(path.size() - 4, 4, ".mp4") == 0;

@@ -49,6 +49,9 @@ std::vector<packet_t> ProbePackets(const std::string& path);
 std::vector<packet_t> ReaderPackets(const std::string& path, int& error);
 // The packets of one track, in order.
 std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track);
+// Empty when ReaderMp4 gives the packets ffprobe lists for `path`, track for track; else the
+// first difference.
+std::string ReaderMismatchWithFfprobe(const std::string& path);
 // The md5 column of `ffmpeg -f framemd5` decoding the stream `stream` ("v" or "a") of `path`,
 // edit lists of an .mp4 ignored, without timestamps: two files that decode the same compare equal
 // whatever their timing and their stream order.
