@@ -67,14 +67,11 @@ void Fill(Bytes& bytes, long at, long count, unsigned char value) {
 
 // Lays skip packets over every sync node of partition `i`.
 void DropSyncNodes(damaged_t& file, size_t i) {
-  for (long at = file.partitions[i]._contents._offset; at < file.Footer(i);) {
-    vrx_packet_t packet;
-    EXPECT_EQ(packet.Parse(&file.bytes[at], 32, at, file.Footer(i)), 1);
+  for (const vrx_packet_t& packet : WalkPackets(file.bytes, file.partitions[i]._contents._offset, file.Footer(i))) {
     if (packet.Tid() == VRX_TID_SC_TO_WC) {
       const Bytes skip = SkipRun(packet.packetSize);
-      std::copy(skip.begin(), skip.end(), file.bytes.begin() + at);
+      std::copy(skip.begin(), skip.end(), file.bytes.begin() + packet.offset);
     }
-    at += packet.packetSize;
   }
 }
 
