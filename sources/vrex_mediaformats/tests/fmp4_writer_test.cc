@@ -218,21 +218,24 @@ TEST(WriterFMP4, FragmentBoundariesAndBaseTimes) {
 struct step_t {
   char kind;  // 'V' key video, 'P' other video, 'A' audio
   int64_t dts;
-  int result = 0;
+  uint32_t cts = 0;
 };
 
-// Runs `steps` through a writer and returns it for the caller's checks.
+// Runs `steps` through a writer, after `sync` when one is given, and returns the writer for the
+// caller's checks.
 std::unique_ptr<WriterFMP4> RunSteps(const MP4TrackInfo* audio, const MP4TrackInfo* video, bool progressive,
-                                     bool onKeyFrames, int64_t durationMs, const std::vector<step_t>& steps, FileSink& sink) {
+                                     bool onKeyFrames, int64_t durationMs, const std::vector<step_t>& steps, FileSink& sink,
+                                     bool wallClock = false, const media::clock_sync_t* sync = nullptr) {
   int error = 0;
   std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("test", audio, video, progressive,
-                                                        media::timestamp_t(durationMs, 1000), onKeyFrames, false, &sink, error));
+                                                        media::timestamp_t(durationMs, 1000), onKeyFrames, wallClock, &sink, error));
   EXPECT_TRUE(writer) << std::hex << error;
+  if (sync != nullptr) writer->WriteClockSync(*sync);
   const Bytes payload = {0x21, 0x10, 0x04, 0x60};
   for (const step_t& s : steps) {
     int result = s.kind == 'A' ? writer->WriteAudioData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 48000))
-                               : writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 90000), s.kind == 'V');
-    EXPECT_EQ(result, s.result) << s.kind << " at " << s.dts;
+                               : writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 90000, s.cts), s.kind == 'V');
+    EXPECT_EQ(result, 0) << s.kind << " at " << s.dts;
   }
   return writer;
 }
@@ -421,29 +424,17 @@ TEST(WriterFMP4, BaseTimesFromABaseTimestampOrTheWallClock) {
       {false, true, {{{1, video0 + 503000, 2}, {2, audio0 + 100000, 2}}, {{1, video0 + 593000, 1}, {2, audio0 + 102048, 1}}},
        {2083, 2126}},
   };
+  media::clock_sync_t sync;
+  sync.sc = media::timestamp_t(90000, 90000);
+  sync.wc = media::timestamp_t(1700000000000, 1000);
   for (const case_t& c : cases) {
     MP4TrackInfo video = testing::SmallVideoInfo(), audio = testing::SmallAudioInfo();
     if (c.baseTimestamp) video._baseTimestamp = audio._baseTimestamp = media::timestamp_t(10000, 1000);
     FileSink sink;
-    int error = 0;
-    std::unique_ptr<WriterFMP4> writer(WriterFMP4::Create("t", &audio, &video, false, media::timestamp_t(1000, 1000), false,
-                                                          c.wallClock, &sink, error));
-    ASSERT_TRUE(writer) << std::hex << error;
-    media::clock_sync_t sync;
-    sync.sc = media::timestamp_t(90000, 90000);
-    sync.wc = media::timestamp_t(1700000000000, 1000);
-    writer->WriteClockSync(sync);
-    const Bytes payload = {0x21, 0x10, 0x04, 0x60};
-    struct {
-      char kind;
-      int64_t dts;
-    } steps[] = {{'V', 500000}, {'A', 100000}, {'P', 545000}, {'A', 101024}, {'V', 590000}, {'A', 102048}};
-    for (const auto& s : steps) {
-      int result = s.kind == 'A' ? writer->WriteAudioData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 48000))
-                                 : writer->WriteVideoData(payload.data(), payload.size(), media::dts_cts_t(s.dts, 90000, 3000),
-                                                          s.kind == 'V');
-      ASSERT_EQ(result, 0) << s.kind << " at " << s.dts;
-    }
+    std::unique_ptr<WriterFMP4> writer =
+        RunSteps(&audio, &video, false, false, 1000,
+                 {{'V', 500000, 3000}, {'A', 100000}, {'P', 545000, 3000}, {'A', 101024}, {'V', 590000, 3000}, {'A', 102048}},
+                 sink, c.wallClock, &sync);
     ASSERT_EQ(writer->Flush(nullptr, nullptr), 0);
     std::vector<std::vector<traf_summary_t>> got;
     for (const Bytes& fragment : sink.fragments) got.push_back(Trafs(fragment));

@@ -37,10 +37,7 @@ struct damaged_t {
     }
     internal::VREXFileAppenderCache::Evict(file->id());
     int err = 0;
-    auto reader = ReaderVREX::Create(nullptr, file->path().c_str(), true, 0, -1, err);
-    while (const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-      partitions.push_back(*partition);
-    }
+    partitions = ReadPartitions(file->path(), err);
     bytes = ReadFileBytes(file->path());
   }
   long End(size_t i) const { return partitions[i]._offset + partitions[i]._size; }
@@ -149,8 +146,7 @@ TEST(VrxRecoverTest, FixesWhatItCanAndLeavesWhatItCannot) {
       EXPECT_EQ(recovered, salvage && kept != row.kept ? 0 : row.recover);
       EXPECT_EQ(Mismatch(path, file.Kept(kept, kept == 3 ? row.dropped : 0), false), "");
       EXPECT_EQ(CheckOf(path), 0);
-      abstraction::file_id_t id;
-      ASSERT_EQ(id.Init(path), 0);
+      const abstraction::file_id_t id = IdOf(path);
       EXPECT_TRUE(AppenderAccepts(id));
       if (recovered == 0) {
         EXPECT_EQ(info.bounds._offset, file.partitions[kept - 1]._offset);
