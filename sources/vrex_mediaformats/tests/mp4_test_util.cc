@@ -151,6 +151,27 @@ std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track) {
   return out;
 }
 
+std::string ReaderMismatchWithFfprobe(const std::string& path) {
+  const std::vector<packet_t> probed = ProbePackets(path);
+  if (probed.empty()) return "ffprobe listed nothing";
+  int error = 0;
+  const std::vector<packet_t> read = ReaderPackets(path, error);
+  if (error != 0) return "ReaderMp4 failed: " + std::to_string(error);
+  if (read.size() != probed.size()) {
+    return std::to_string(read.size()) + " packets instead of " + std::to_string(probed.size());
+  }
+  for (int track = 1; track <= 2; ++track) {
+    const std::vector<packet_t> expected = OfTrack(probed, track), actual = OfTrack(read, track);
+    for (size_t i = 0; i < expected.size() && i < actual.size(); ++i) {
+      if (!(actual[i] == expected[i])) {
+        return "packet " + std::to_string(i) + "\n ours:    " + ToString(actual[i]) + "\n ffprobe: " + ToString(expected[i]);
+      }
+    }
+    if (actual.size() != expected.size()) return "track " + std::to_string(track) + " differs in length";
+  }
+  return "";
+}
+
 std::vector<std::string> DecodedMd5s(const std::string& path, const std::string& stream) {
   int status = 0;
   bool mp4 = path.size() > 4 && path.compare(path.size() - 4, 4, ".mp4") == 0;
@@ -167,6 +188,38 @@ std::vector<std::string> DecodedMd5s(const std::string& path, const std::string&
   return md5s;
 }
 
+std::string MismatchWithSource(const std::string& out, const std::string& source,
+                               const std::vector<std::pair<int, int>>& tracks, bool withCts) {
+  const std::vector<packet_t> probed = ProbePackets(out);
+  int error = 0;
+  const std::vector<packet_t> read = ReaderPackets(source, error);
+  for (const auto& [ourTrack, theirTrack] : tracks) {
+    const std::vector<packet_t> ours = OfTrack(probed, ourTrack), theirs = OfTrack(read, theirTrack);
+    const std::string track = "track " + std::to_string(ourTrack) + ": ";
+    if (ours.size() != theirs.size()) {
+      return track + std::to_string(ours.size()) + " packets instead of " + std::to_string(theirs.size());
+    }
+    for (size_t i = 0; i < ours.size(); ++i) {
+      packet_t want = theirs[i];
+      want.track = ours[i].track;
+      want.pos = ours[i].pos;
+      if (!withCts) want.cts = 0;
+      if (!(ours[i] == want)) {
+        return track + "packet " + std::to_string(i) + "\n ours:   " + ToString(ours[i]) + "\n source: " + ToString(want);
+      }
+    }
+  }
+  size_t decoded = 0;
+  for (const char* stream : {"v", "a"}) {
+    const std::vector<std::string> want = DecodedMd5s(source, stream), got = DecodedMd5s(out, stream);
+    if (got != want) {
+      return std::string(stream) + ": " + std::to_string(got.size()) + " decoded frames unlike the source's " +
+             std::to_string(want.size());
+    }
+    decoded += want.size();
+  }
+  return decoded == 0 ? "the source decodes to nothing" : "";
+}
 
 bool MemoryMp4File::WriteMP4Data(const unsigned char* data, size_t size) {
   if (fail) return false;

@@ -49,6 +49,15 @@ std::vector<packet_t> ProbePackets(const std::string& path);
 std::vector<packet_t> ReaderPackets(const std::string& path, int& error);
 // The packets of one track, in order.
 std::vector<packet_t> OfTrack(const std::vector<packet_t>& packets, int track);
+// Empty when ReaderMp4 gives the packets ffprobe lists for `path`, track for track; else the
+// first difference.
+std::string ReaderMismatchWithFfprobe(const std::string& path);
+// Empty when `out` probes and decodes as the fixture `source` reads and decodes: for each pair of
+// `tracks` (out's track, the source's), the same packets but for their positions, with
+// composition offsets of 0 in `out` unless `withCts`; and the same decoded pictures and sound.
+// Else the first difference.
+std::string MismatchWithSource(const std::string& out, const std::string& source,
+                               const std::vector<std::pair<int, int>>& tracks, bool withCts);
 // The md5 column of `ffmpeg -f framemd5` decoding the stream `stream` ("v" or "a") of `path`,
 // edit lists of an .mp4 ignored, without timestamps: two files that decode the same compare equal
 // whatever their timing and their stream order.

@@ -193,12 +193,7 @@ std::string Mismatch(const std::string& path, const std::vector<expected_partiti
                      bool exactFooters) {
   std::ostringstream why;
   int err = 0;
-  auto reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
-  if (!reader) return "no reader: err=" + std::to_string(err);
-  std::vector<partition_t> got;
-  while (const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-    got.push_back(*partition);
-  }
+  const std::vector<partition_t> got = ReadPartitions(path, err);
   if (err != 0) return "the partition walk failed: err=" + std::to_string(err);
   if (got.size() != want.size()) {
     why << got.size() << " partitions instead of " << want.size();
@@ -252,7 +247,7 @@ std::string Mismatch(const std::string& path, const std::vector<expected_partiti
     at = p._offset + p._size;
     why.str("");
   }
-  reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
+  auto reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
   const std::vector<frame_record_t> frames = ReadAll(*reader, err);
   if (err != 0) return "the frame walk failed: err=" + std::to_string(err);
   for (size_t i = 0; i < std::min(frames.size(), wantFrames.size()); ++i) {

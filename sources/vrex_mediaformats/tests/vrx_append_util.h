@@ -22,6 +22,13 @@ using testing::ReadFileBytes;
 // fallocate.
 void CreateManagedFile(const std::string& path, long size);
 
+// The identity of the file at `path`, as the appender cache knows it.
+inline abstraction::file_id_t IdOf(const std::string& path) {
+  abstraction::file_id_t id;
+  EXPECT_EQ(id.Init(path), 0);
+  return id;
+}
+
 class ManagedFile : public TempFile {
  public:
   explicit ManagedFile(long size) { CreateManagedFile(path(), size); }
@@ -31,7 +38,7 @@ class ManagedFile : public TempFile {
 // its cache entry goes with the object (the cache outlives each test's files).
 class Destination : public ManagedFile {
  public:
-  explicit Destination(long size) : ManagedFile(size) { EXPECT_EQ(_id.Init(path()), 0); }
+  explicit Destination(long size) : ManagedFile(size), _id(IdOf(path())) {}
   ~Destination();
   // The result of VREXFileAppender::Append; a failure evicts the appender.
   long Append(const std::string& src, bool createNew, const Bytes& fixed = Bytes(12, 0),

@@ -20,12 +20,6 @@ using abstraction::file_id_t;
 using internal::VREXFileAppender;
 using internal::VREXFileAppenderCache;
 
-file_id_t IdOf(const std::string& path) {
-  file_id_t id;
-  EXPECT_EQ(id.Init(path), 0);
-  return id;
-}
-
 TEST(VrxAppenderCacheTest, OneAppenderServesManyAppendsWithoutRereadingTheFile) {
   Destination dst(1 << 20);
   std::vector<std::unique_ptr<source_t>> sources;

@@ -31,12 +31,8 @@ Bytes Pattern(size_t size, unsigned char seed) {
 // The used part of a managed file: where its skip chain starts.
 long UsedBytes(const std::string& path) {
   int err = 0;
-  auto reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
-  long end = 0;
-  while (const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-    end = partition->_offset + partition->_size;
-  }
-  return end;
+  const std::vector<partition_t> partitions = ReadPartitions(path, err);
+  return partitions.empty() ? 0 : partitions.back()._offset + partitions.back()._size;
 }
 
 shape_t Variant(int n, const char* kind) {
@@ -249,8 +245,7 @@ TEST(VrxAppenderTest, BadDestinationsAreRefusedUnchanged) {
   };
   for (const row_t& row : rows) {
     TempFile file(row.bytes);
-    abstraction::file_id_t id;
-    ASSERT_EQ(id.Init(file.path()), 0);
+    const abstraction::file_id_t id = IdOf(file.path());
     int err = 0;
     auto appender = VREXFileAppender::Create(id, err);
     const long result = appender ? appender->Append(source->file.path(), nullptr, nullptr, 0, true) : err;
@@ -267,8 +262,7 @@ TEST(VrxAppenderTest, ReadOnlyDestinationIsRefused) {
   const std::string path = mount.File("ro.vrx");
   CreateManagedFile(path, 1 << 20);
   ASSERT_TRUE(mount.RemountReadOnly());
-  abstraction::file_id_t id;
-  ASSERT_EQ(id.Init(path), 0);
+  const abstraction::file_id_t id = IdOf(path);
   int err = 0;
   EXPECT_EQ(VREXFileAppender::Create(id, err), nullptr);
   EXPECT_EQ(err, ::vrex::errors::SystemError(EROFS));
@@ -284,8 +278,7 @@ TEST(VrxAppenderTest, FullFileSystem) {
   const std::string path = mount.File("full.vrx");
   CreateManagedFile(path, 256 * 1024);
   ASSERT_TRUE(mount.FillUp("filler"));
-  abstraction::file_id_t id;
-  ASSERT_EQ(id.Init(path), 0);
+  abstraction::file_id_t id = IdOf(path);
   int err = 0;
   auto appender = VREXFileAppender::Create(id, err);
   ASSERT_NE(appender, nullptr);
@@ -310,7 +303,7 @@ TEST(VrxAppenderTest, FullFileSystem) {
   ASSERT_EQ(ftruncate(fd, 1 << 20), 0);
   ASSERT_EQ(VREXFileAppender::AddSkipPackets(fd, 0, -1, false), 0);
   close(fd);
-  ASSERT_EQ(id.Init(sparse), 0);
+  id = IdOf(sparse);
   appender = VREXFileAppender::Create(id, err);
   ASSERT_GT(appender->Append(sources[0]->file.path(), want.fixed.data(), nullptr, 0, true), 0);
   ASSERT_GT(appender->Append(sources[1]->file.path(), want.fixed.data(), nullptr, 0, true), 0);
@@ -347,10 +340,7 @@ TEST(VrxAppenderTest, CopiesWallClockSelections) {
   std::vector<std::pair<std::string, partition_t>> partitions;  // A0, A1, B0
   for (const Destination* file : {&a, &b}) {
     int err = 0;
-    auto reader = ReaderVREX::Create(nullptr, file->path().c_str(), true, 0, -1, err);
-    while (const partition_t* p = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-      partitions.push_back({file->path(), *p});
-    }
+    for (const partition_t& p : ReadPartitions(file->path(), err)) partitions.push_back({file->path(), p});
   }
   ASSERT_EQ(partitions.size(), 3u);
   struct cut_t {
@@ -487,8 +477,7 @@ TEST(VrxAppenderTest, LaysSkipPackets) {
     close(fd);
     if (row.offset == 0 && row.length == -1) {
       // The appender finds the same packets backward from the end: all of the file is free.
-      abstraction::file_id_t id;
-      ASSERT_EQ(id.Init(file.path()), 0);
+      const abstraction::file_id_t id = IdOf(file.path());
       int err = 0;
       auto appender = VREXFileAppender::Create(id, err);
       ASSERT_NE(appender, nullptr);

@@ -167,17 +167,12 @@ class CrashLoop {
   // How many frames of the last append of `part` the file's last partition holds.
   size_t FramesKept(const std::vector<expected_partition_t>& part) {
     int err = 0;
-    auto reader = ReaderVREX::Create(nullptr, _dst.path().c_str(), true, 0, -1, err);
-    long contents = -1;
-    size_t partitions = 0;
-    while (const partition_t* p = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-      contents = p->_contents._size;
-      ++partitions;
-    }
+    const std::vector<partition_t> partitions = ReadPartitions(_dst.path(), err);
+    long contents = partitions.empty() ? -1 : partitions.back()._contents._size;
     const std::vector<appended_t>& appends = part.back().sources;
     for (size_t i = 0; i + 1 < appends.size(); ++i) contents -= appends[i].ContentsSize();
     const source_t& source = *appends.back().source;
-    for (size_t frames = 1; partitions == part.size() && frames <= source.frameEnds.size(); ++frames) {
+    for (size_t frames = 1; partitions.size() == part.size() && frames <= source.frameEnds.size(); ++frames) {
       if (source.frameEnds[frames - 1] == contents) return frames;
     }
     return 0;

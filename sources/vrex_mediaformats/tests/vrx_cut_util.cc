@@ -23,18 +23,13 @@ bool SameFrames(const frame_record_t& a, const frame_record_t& b) {
 file_state_t ReadState(const std::string& path) {
   file_state_t state;
   int err = 0;
-  auto reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
-  if (!reader) {
-    state.framesErr = state.partitionsErr = err;
-    return state;
-  }
-  while (const partition_t* p = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-    state.partitions.push_back({p->_offset, p->_size, p->_contents._offset, p->_contents._size,
-                                std::vector<seek_point_t>(p->_pSeekPoints, p->_pSeekPoints + p->_seekPointsCount)});
+  for (const partition_t& p : ReadPartitions(path, err)) {
+    state.partitions.push_back({p._offset, p._size, p._contents._offset, p._contents._size,
+                                std::vector<seek_point_t>(p._pSeekPoints, p._pSeekPoints + p._seekPointsCount)});
   }
   state.partitionsErr = err;
-  reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
-  state.frames = ReadAll(*reader, err);
+  auto reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
+  if (reader) state.frames = ReadAll(*reader, err);
   state.framesErr = err;
   return state;
 }

@@ -106,15 +106,10 @@ TEST(VrxDeleteTest, CutsOneAfterAnotherAddUp) {
 std::vector<Bytes> SkipPayloads(const std::string& path) {
   const Bytes bytes = ReadFileBytes(path);
   std::vector<Bytes> out;
-  for (long at = 0; at < static_cast<long>(bytes.size());) {
-    vrx_packet_t packet;
-    const long count = std::min<long>(32, bytes.size() - at);
-    EXPECT_EQ(packet.Parse(&bytes[at], count, at, bytes.size()), 1) << at;
-    if (packet.packetSize <= 0) break;
+  for (const vrx_packet_t& packet : WalkPackets(bytes)) {
     if (packet.Tid() == VRX_TID_SKIP) {
-      out.emplace_back(bytes.begin() + at + 12, bytes.begin() + at + packet.packetSize - 4);
+      out.emplace_back(bytes.begin() + packet.offset + 12, bytes.begin() + packet.offset + packet.packetSize - 4);
     }
-    at += packet.packetSize;
   }
   return out;
 }

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "abstraction/byte_order.h"
 #include "mediaformats/errors.h"
 #include "mediaformats/vrx/vrex_file_utils.h"
@@ -23,12 +21,6 @@ using internal::VREXFileAppender;
 using internal::VREXFileAppenderCache;
 
 const Bytes kFixed(12, 0);
-
-abstraction::file_id_t IdOf(const std::string& path) {
-  abstraction::file_id_t id;
-  EXPECT_EQ(id.Init(path), 0);
-  return id;
-}
 
 long Append(const source_t& src, const std::string& dst, bool createNew = false) {
   return VREXFileUtils::VRXFileAppend(src.file.path(), dst, kFixed.data(), nullptr, 0, createNew);
@@ -125,8 +117,7 @@ void ZeroSeekTables(const std::string& path) {
     const long table = p.offset + p.size - 8 - static_cast<long>(p.seekPoints.size()) * 16;
     std::fill(bytes.begin() + table, bytes.begin() + p.offset + p.size - 8, 0);
   }
-  std::ofstream(path, std::ios::binary | std::ios::trunc)
-      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  testing::WriteFileBytes(path, bytes);
 }
 
 TEST(VrxFileUtilsTest, ReindexRebuildsZeroedTablesAsTheWriterWroteThem) {

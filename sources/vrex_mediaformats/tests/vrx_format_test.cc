@@ -240,24 +240,6 @@ TEST(VrxFormatTest, SkipPacketPayloadLengths) {
   }
 }
 
-TEST(VrxFormatTest, IncompleteAndCorruptHeaders) {
-  const Bytes skip = {0xA0, 0x00, 0x06, 0xA6, 0xF1, 0x00, 0x00, 0x00, 0x00, 0x00,
-                      0x00, 0x04, 0xEE, 0xEE, 0xEE, 0xEE, 0x00, 0x00, 0x00, 0x10};
-  for (size_t size = 0; size < skip.size(); ++size) {
-    vrx_packet_t packet;
-    EXPECT_EQ(packet.Parse(skip.data(), std::min<size_t>(size, 32), 0, static_cast<long>(size)), 0)
-        << size;
-  }
-  Bytes corrupt = skip;
-  corrupt[5] = 0x01;  // explicit clock code without a DTS
-  vrx_packet_t packet;
-  EXPECT_EQ(ParsePacket(corrupt, packet), ERR_MEDIAFORMATS_INCORRECT_VRX_CONTENT);
-  // A payload size that runs past the data is only incomplete.
-  Bytes huge = skip;
-  huge[8] = 0xFF;
-  EXPECT_EQ(ParsePacket(huge, packet), 0);
-}
-
 }  // namespace
 }  // namespace mediaformats
 }  // namespace vrex

@@ -149,6 +149,16 @@ inline std::unique_ptr<ReaderVREX> Open(const std::string& path, ReaderVREX::Obs
   return reader;
 }
 
+// The partitions of `path` as the reader walks them; `err` ends as the walk's code.
+inline std::vector<partition_t> ReadPartitions(const std::string& path, int& err) {
+  std::vector<partition_t> partitions;
+  auto reader = ReaderVREX::Create(nullptr, path.c_str(), true, 0, -1, err);
+  while (const partition_t* partition = reader ? reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err) : nullptr) {
+    partitions.push_back(*partition);
+  }
+  return partitions;
+}
+
 // Reads frames to the end, or `bound` of them, with their payloads.
 inline std::vector<frame_record_t> ReadAll(ReaderVREX& reader, int& err, size_t bound = SIZE_MAX) {
   std::vector<frame_record_t> frames;

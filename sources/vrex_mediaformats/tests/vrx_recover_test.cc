@@ -37,10 +37,7 @@ struct damaged_t {
     }
     internal::VREXFileAppenderCache::Evict(file->id());
     int err = 0;
-    auto reader = ReaderVREX::Create(nullptr, file->path().c_str(), true, 0, -1, err);
-    while (const partition_t* partition = reader->ReadPartition(PARTITION_LAST_TIMESTAMP_NONE, err)) {
-      partitions.push_back(*partition);
-    }
+    partitions = ReadPartitions(file->path(), err);
     bytes = ReadFileBytes(file->path());
   }
   long End(size_t i) const { return partitions[i]._offset + partitions[i]._size; }
@@ -67,14 +64,11 @@ void Fill(Bytes& bytes, long at, long count, unsigned char value) {
 
 // Lays skip packets over every sync node of partition `i`.
 void DropSyncNodes(damaged_t& file, size_t i) {
-  for (long at = file.partitions[i]._contents._offset; at < file.Footer(i);) {
-    vrx_packet_t packet;
-    EXPECT_EQ(packet.Parse(&file.bytes[at], 32, at, file.Footer(i)), 1);
+  for (const vrx_packet_t& packet : WalkPackets(file.bytes, file.partitions[i]._contents._offset, file.Footer(i))) {
     if (packet.Tid() == VRX_TID_SC_TO_WC) {
       const Bytes skip = SkipRun(packet.packetSize);
-      std::copy(skip.begin(), skip.end(), file.bytes.begin() + at);
+      std::copy(skip.begin(), skip.end(), file.bytes.begin() + packet.offset);
     }
-    at += packet.packetSize;
   }
 }
 
@@ -152,8 +146,7 @@ TEST(VrxRecoverTest, FixesWhatItCanAndLeavesWhatItCannot) {
       EXPECT_EQ(recovered, salvage && kept != row.kept ? 0 : row.recover);
       EXPECT_EQ(Mismatch(path, file.Kept(kept, kept == 3 ? row.dropped : 0), false), "");
       EXPECT_EQ(CheckOf(path), 0);
-      abstraction::file_id_t id;
-      ASSERT_EQ(id.Init(path), 0);
+      const abstraction::file_id_t id = IdOf(path);
       EXPECT_TRUE(AppenderAccepts(id));
       if (recovered == 0) {
         EXPECT_EQ(info.bounds._offset, file.partitions[kept - 1]._offset);

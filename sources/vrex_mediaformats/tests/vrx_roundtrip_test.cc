@@ -24,26 +24,21 @@ std::vector<frame_record_t> VideoOnly(const std::vector<frame_record_t>& frames)
 }
 
 TEST(VrxRoundTripTest, ShapesReadBackFrameForFrame) {
-  std::vector<shape_t> shapes(8);
-  shapes[0].name = "90 kHz, 32-bit DTS";
-  shapes[1].name = "64-bit DTS";
-  shapes[1].dtsBase = 0x100000000LL + 7;
-  shapes[2].name = "CTS";
-  shapes[2].withCts = true;
-  shapes[3].name = "explicit clock rates";
-  shapes[3].videoRate = 25000;
-  shapes[3].audioRate = 22000;
-  shapes[4].name = "fragments of 100 bytes";
-  shapes[4].fragmentLimit = 100;
-  shapes[4].withCts = true;
-  shapes[5].name = "one sync node";
-  shapes[5].syncBeforeKey = false;
-  shapes[6].name = "nanosecond and microsecond clocks";
-  shapes[6].videoRate = 1000000000;
-  shapes[6].audioRate = 1000000;
-  shapes[7].name = "fragments of 7 bytes, 64-bit DTS";
-  shapes[7].fragmentLimit = 7;
-  shapes[7].dtsBase = 0x1FFFFFFFFLL;
+  const auto shape = [](const char* name, void (*set)(shape_t&)) {
+    shape_t made{name};
+    set(made);
+    return made;
+  };
+  const shape_t shapes[] = {
+      shape("90 kHz, 32-bit DTS", [](shape_t&) {}),
+      shape("64-bit DTS", [](shape_t& s) { s.dtsBase = 0x100000000LL + 7; }),
+      shape("CTS", [](shape_t& s) { s.withCts = true; }),
+      shape("explicit clock rates", [](shape_t& s) { s.videoRate = 25000; s.audioRate = 22000; }),
+      shape("fragments of 100 bytes", [](shape_t& s) { s.fragmentLimit = 100; s.withCts = true; }),
+      shape("one sync node", [](shape_t& s) { s.syncBeforeKey = false; }),
+      shape("nanosecond and microsecond clocks", [](shape_t& s) { s.videoRate = 1000000000; s.audioRate = 1000000; }),
+      shape("fragments of 7 bytes, 64-bit DTS", [](shape_t& s) { s.fragmentLimit = 7; s.dtsBase = 0x1FFFFFFFFLL; }),
+  };
   for (const shape_t& shape : shapes) {
     const recording_t recording = MakeRecording(shape);
     TempFile file(recording.bytes);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -14,6 +15,7 @@
 
 #include "abstraction/byte_order.h"
 #include "mediaformats/vrx/reader_vrex.h"
+#include "mediaformats/vrx/vrx_packet.h"
 #include "mediaformats/vrx/writer_vrex.h"
 
 namespace vrex {
@@ -180,6 +182,25 @@ inline void Put32(Bytes& out, uint32_t v) {
 inline void Put64(Bytes& out, uint64_t v) {
   Put32(out, v >> 32);
   Put32(out, v & 0xFFFFFFFF);
+}
+
+// The packets of bytes [from, to) (to the end when `to` is -1), walked by their sizes; each one
+// must parse. Continuation fragments end with a trailer word their flags do not announce: it is
+// counted in their size.
+inline std::vector<vrx_packet_t> WalkPackets(const Bytes& bytes, long from = 0, long to = -1) {
+  if (to < 0) to = static_cast<long>(bytes.size());
+  std::vector<vrx_packet_t> packets;
+  long at = from;
+  while (at < to) {
+    vrx_packet_t packet;
+    EXPECT_EQ(packet.Parse(bytes.data() + at, std::min(32L, to - at), at, to), 1) << "at " << at;
+    if (packet.packetSize <= 0) break;
+    if (!(packet.flags & 0x8100)) packet.packetSize += 4;
+    packets.push_back(packet);
+    at += packet.packetSize;
+  }
+  EXPECT_EQ(at, to);
+  return packets;
 }
 
 }  // namespace vrx_testing

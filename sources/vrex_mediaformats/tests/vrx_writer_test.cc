@@ -19,24 +19,7 @@ using media::clock_sync_t;
 using media::dts_cts_t;
 using vrx_testing::ByteSink;
 using vrx_testing::Bytes;
-
-// The packets of a byte stream, walked by their sizes; each packet must parse.
-std::vector<vrx_packet_t> Packets(const Bytes& bytes) {
-  std::vector<vrx_packet_t> packets;
-  long at = 0;
-  while (at < static_cast<long>(bytes.size())) {
-    vrx_packet_t packet;
-    const unsigned long count = std::min<unsigned long>(32, bytes.size() - at);
-    EXPECT_EQ(packet.Parse(bytes.data() + at, count, at, bytes.size()), 1) << "at " << at;
-    if (packet.packetSize <= 0) break;
-    // Continuation fragments carry a trailer word their flags do not announce.
-    if (!(packet.flags & 0x8100)) packet.packetSize += 4;
-    packets.push_back(packet);
-    at += packet.packetSize;
-  }
-  EXPECT_EQ(at, static_cast<long>(bytes.size()));
-  return packets;
-}
+using vrx_testing::WalkPackets;
 
 clock_sync_t Sync(long sc, long wcMillis) {
   clock_sync_t sync;
@@ -115,7 +98,7 @@ TEST_F(WriterVrexTest, SeekPointsAimAtTheSyncNodeBeforeAKeyFrame) {
 
   EXPECT_EQ(FooterSeekTable(sink.bytes),
             (std::vector<seek_entry_t>{{syncAt, 1000000}, {keyAt, 1001000}, {imageAt, 1001967}}));
-  const std::vector<vrx_packet_t> packets = Packets(sink.bytes);
+  const std::vector<vrx_packet_t> packets = WalkPackets(sink.bytes);
   ASSERT_EQ(packets.size(), 9u);
   EXPECT_EQ(packets.front().Tid(), VRX_TID_PARTITION_HEADER);
   EXPECT_EQ(packets.front().dts, 0);  // the first frame's timestamp
@@ -153,7 +136,7 @@ TEST_F(WriterVrexTest, PartitionWithoutSeekPointsHasAnEmptyTable) {
   ASSERT_EQ(writer->OpenPartition(&info), 0);
   writer->WriteAudioData(frame.data(), frame.size(), dts_cts_t(0, 8000));
   writer->ClosePartition();
-  const std::vector<vrx_packet_t> packets = Packets(sink.bytes);
+  const std::vector<vrx_packet_t> packets = WalkPackets(sink.bytes);
   ASSERT_EQ(packets.size(), 3u);
   EXPECT_EQ(packets[2].payloadSize, 12u);
   EXPECT_EQ(LoadBE32(&sink.bytes[sink.bytes.size() - 8]), 0u);
@@ -171,7 +154,7 @@ TEST_F(WriterVrexTest, JpegAndCodecTracks) {
   writer->WriteVideoData(frame.data(), frame.size(), dts_cts_t(0, 90000), false, media::TAG_VAV1);
   writer->WriteAudioData(frame.data(), frame.size(), dts_cts_t(0, 48000), media::TAG_AOPUS);
   writer->WriteSnapshotMeta(dts_cts_t(5, 1000), 0x0102030405060708ul);
-  const std::vector<vrx_packet_t> packets = Packets(sink.bytes);
+  const std::vector<vrx_packet_t> packets = WalkPackets(sink.bytes);
   ASSERT_EQ(packets.size(), 5u);
   const uint16_t tids[] = {VRX_TID_IMAGE_JPEG, VRX_TID_H265_AVCC, VRX_TID_AV1, VRX_TID_OPUS,
                            VRX_TID_SNAPSHOT_META};
@@ -213,7 +196,7 @@ TEST(WriterVrexFragmentTest, SmallLimitCutsFramesIntoFragments) {
     for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<unsigned char>(i);
     const long written = writer->WriteVideoData(frame.data(), frame.size(), dts_cts_t(0, 90000), true);
     EXPECT_EQ(written, static_cast<long>(sink.bytes.size()));
-    const std::vector<vrx_packet_t> packets = Packets(sink.bytes);
+    const std::vector<vrx_packet_t> packets = WalkPackets(sink.bytes);
     ASSERT_EQ(packets.size(), row.flags.size()) << row.limit;
     Bytes joined;
     for (size_t i = 0; i < packets.size(); ++i) {
