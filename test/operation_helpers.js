@@ -49,11 +49,20 @@ async function loopbackSocket() {
 }
 
 // The sinks: each adds its destination to `params` and returns { collect(id), bytes() }.
-const SINKS = {
-  file: async (params) => {
-    params.dstFileName = path.join(dir, `out-${fileCount++}.bin`);
+// A folder on another file system (tmpfs), where the kernel may refuse to copy from the source.
+const otherDir = fs.existsSync('/dev/shm') ? fs.mkdtempSync('/dev/shm/vidora-send-') : dir;
+process.on('exit', () => fs.rmSync(otherDir, { recursive: true, force: true }));
+
+function fileSink(folder) {
+  return async (params) => {
+    params.dstFileName = path.join(folder, `out-${fileCount++}.bin`);
     return { bytes: async () => (fs.existsSync(params.dstFileName) ? fs.readFileSync(params.dstFileName) : Buffer.alloc(0)) };
-  },
+  };
+}
+
+const SINKS = {
+  file: fileSink(dir),
+  otherFileSystem: fileSink(otherDir),
   tcp: async (params) => {
     const socket = await loopbackSocket();
     params.dstTcpFd = socket.fd;
@@ -83,8 +92,15 @@ const SINKS = {
   },
 };
 
+// How many descriptors of this process are open on `files`.
+function openCount(files) {
+  const open = fs.readdirSync('/proc/self/fd').map((fd) => { try { return fs.readlinkSync(`/proc/self/fd/${fd}`); } catch { return ''; } });
+  return open.filter((file) => files.includes(file)).length;
+}
+
 // Starts `start` (sendFile unless given) with `params` into `sink`; resolves with { id, error,
-// result, bytes, events } once the completion callback came. `control(state)` runs right after the call; with a drain,
+// result, bytes, events, sourcesOpen: the descriptors on the sources at the callback } once
+// the completion callback came. `control(state)` runs right after the call; with a drain,
 // `state.hold` true makes it take nothing, and `state.pull()` takes what is there.
 async function send(params, sink, control = () => {}, start = vidora.sendFile) {
   const state = { id: 0, chunks: [], events: [], hold: false };
@@ -97,6 +113,7 @@ async function send(params, sink, control = () => {}, start = vidora.sendFile) {
   const ended = new Promise((resolve) => {
     state.id = start(full, (error, result) => {
       state.events.push('end');
+      state.sourcesOpen = openCount(full.srcFileNames || [full.srcFileName]);
       // Bytes a drain did not take are still there during the completion callback.
       if (full.dstCallback && !error) {
         const left = vidora.transferOperationBufferedData(state.id);
@@ -108,7 +125,7 @@ async function send(params, sink, control = () => {}, start = vidora.sendFile) {
   control(state);
   const { error, result } = await ended;
   assert.strictEqual(state.startId, state.id, 'the start callback names the operation');
-  return { id: state.id, error, result, bytes: await destination.bytes(), events: state.events };
+  return { id: state.id, error, result, bytes: await destination.bytes(), events: state.events, sourcesOpen: state.sourcesOpen };
 }
 
 // The callbacks in the order an operation gives them: the start callback first, then progress

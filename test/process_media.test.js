@@ -54,6 +54,7 @@ test('every format from every codec plays back as exactly the frames of the rang
       const run = await serve({ srcFileName: rec.file, outputFormat, wallClockStart: start, wallClockEnd: rangeEnd }, sink);
       assert.strictEqual(run.error, null, `${label}: ${run.error && run.error.message}`);
       assert.strictEqual(run.result.canceled, false, label);
+      assert.strictEqual(run.sourcesOpen, 0, `${label}: the recording is still open at the callback`);
       // Raw H.264 carries video alone.
       const served = outputFormat === 'annexb' ? video(expected) : expected;
       assert.strictEqual(run.result.outputFramesCount, served.length, label);

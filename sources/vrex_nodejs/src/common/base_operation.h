@@ -118,6 +118,9 @@ class BaseOperation : public Task {
   // Hands the buffer to the observer. Under the mutex.
   virtual void SignalWorkProgress_UNSAFE(Napi::Env& env);
 
+  // Counts bytes that ProcessData moved to the destination file itself, for the totals and
+  // the progress. Worker thread.
+  void CountCopied(unsigned long bytes) { _copied += bytes; }
   void SetComplete(bool complete);
   // Shown after " ID:" in the log lines of media operations.
   void SetAction(long actionStart, long actionId);
@@ -157,6 +160,7 @@ class BaseOperation : public Task {
   bool _complete = false;
   unsigned long _totalRead = 0;
   unsigned long _totalWrite = 0;
+  unsigned long _copied = 0;  // worker thread: CountCopied's bytes of the present ProcessData
   int _lastProgress = -1;  // main thread only
   std::string _dstFileName;  // set before Enqueue
   int _dstTcpFd = -1;        // set before Enqueue; our own duplicate

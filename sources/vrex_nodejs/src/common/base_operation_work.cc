@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 #include <memory>
+#include <utility>
 
 #include "abstraction/filelock.h"
 #include "abstraction/logging.h"
@@ -243,21 +244,23 @@ int BaseOperation::RunLoop(destination_t& destination, bool hasConsumer, bool bu
       _firstReadTimestamp = firstRead;
     }
     const uint32_t produced = local.GetAvailableBytesCount();
-    if (produced == 0) {
+    const unsigned long copied = std::exchange(_copied, 0);
+    if (produced == 0 && copied == 0) {
       if (IsComplete()) return 0;
       continue;
     }
     {
       Locked lock(_mutex);
       _idleTime = 0;
-      _totalRead += produced;
+      _totalRead += produced + copied;
+      _totalWrite += copied;
       if (buffersData) {
         _buffer.MoveData();
         _buffer.ReadFromBuffer(local.GetPointer() + local.GetConsumed(), produced);
       }
     }
     if (hasConsumer) TriggerProgress();
-    if (destination.fd >= 0) {
+    if (destination.fd >= 0 && produced > 0) {
       bool stop = false;
       const int written = WriteToDestinationFile(destination, local, stop);
       if (stop) return written;

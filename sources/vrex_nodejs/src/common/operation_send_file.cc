@@ -84,7 +84,7 @@ void OperationSendFile::UnlockIPCLocks() {
   for (const auto& lock : _ipcLocks) lock->Unlock();
 }
 
-int OperationSendFile::ProcessData(vrex::common::IOBuffer& buffer, int, unsigned long maxRead,
+int OperationSendFile::ProcessData(vrex::common::IOBuffer& buffer, int fd, unsigned long maxRead,
                                    int&) {
   if (!_sizeSent) {
     buffer.ReadFromU32(static_cast<uint32_t>(_length), true);
@@ -100,6 +100,10 @@ int OperationSendFile::ProcessData(vrex::common::IOBuffer& buffer, int, unsigned
   int result = 0;
   if (toRead == 0) {
     SetComplete(true);
+  } else if (fd >= 0 && _copyInKernel && buffer.GetAvailableBytesCount() == 0 &&
+             CopyInKernel(fd, std::min<unsigned long>(_length - _bytesSent, kCopySize), result)) {
+    // Copied by the kernel. A round whose buffer holds the size word reads instead, so that
+    // the word stays ahead of the data.
   } else {
     long got = 0;
     int err = 0;
@@ -113,6 +117,33 @@ int OperationSendFile::ProcessData(vrex::common::IOBuffer& buffer, int, unsigned
   UnlockIPCLocks();
   locks.UnlockAll();
   return result;
+}
+
+void OperationSendFile::SignalThreadCleanup() {
+  _ipcLocks.clear();
+  _fileLocks.clear();
+  if (_fd >= 0) close(_fd);
+  _fd = -1;
+}
+
+bool OperationSendFile::CopyInKernel(int dstFd, unsigned long count, int& result) {
+  const ssize_t copied = copy_file_range(_fd, nullptr, dstFd, nullptr, count, 0);
+  if (copied > 0) {
+    _bytesSent += copied;
+    CountCopied(static_cast<unsigned long>(copied));
+    return true;
+  }
+  const int err = copied < 0 ? errno : 0;
+  if (err == EXDEV || err == EINVAL || err == ENOSYS || err == EOPNOTSUPP) {
+    LOGI << "    OperationSendFile::CopyInKernel the kernel cannot copy between these files (errno "
+         << err << "): the bytes go through the buffer";
+    _copyInKernel = false;
+    return false;
+  }
+  if (err == EINTR) return true;
+  // Nothing before the end of the range: the file was cut short under us.
+  result = VREX_ERROR(err != 0 ? vrex::errors::SystemError(err) : vrex::webrtcnodejs::ERR_NODEJS_FILE_IO);
+  return true;
 }
 
 }  // namespace common

@@ -2,9 +2,10 @@
 // JavaScript drain, on the "Serve" pool.
 //
 // The source is read in pieces, each under the file's locks (shared, within the process and
-// among processes), so that an appender elsewhere waits at most one read. The range is fixed
+// among processes), so that an appender elsewhere waits at most one piece. The range is fixed
 // when the operation starts: bytes appended later are not sent. With sendFileSize the length
-// goes first, as 4 bytes big-endian.
+// goes first, as 4 bytes big-endian. To a file, the kernel copies each piece from file to
+// file where it can (copy_file_range); otherwise it passes through the operation's buffer.
 #pragma once
 
 #include <memory>
@@ -24,6 +25,9 @@ class OperationSendFile : public BaseOperation {
  public:
   static constexpr unsigned long kDrainBufferSize = 4194304;
   static constexpr unsigned long kBufferSize = 262144;
+  // A piece the kernel copies from file to file: it passes through no buffer, so it can be
+  // larger, and the locks are taken less often; an appender waits a few milliseconds at most.
+  static constexpr unsigned long kCopySize = 8388608;
 
   OperationSendFile(Napi::Env& env, long id, const SendFileParams& params);
   ~OperationSendFile() override;
@@ -38,9 +42,16 @@ class OperationSendFile : public BaseOperation {
   void GetOperationEndCallbackError(Napi::Object&) override {}
   int ProcessData(vrex::common::IOBuffer& buffer, int fd, unsigned long maxRead,
                   int& waitSeconds) override;
+  // Closes the source and the lock descriptors on the worker: closing the last descriptor of
+  // a file deleted meanwhile frees its blocks, which must not hold up the event loop.
+  void SignalThreadCleanup() override;
 
  private:
   int AddLocks(const std::string& path, bool shared);
+  // Copies up to `count` bytes of the range to `dstFd` inside the kernel. False when the kernel
+  // cannot copy between these two files: the piece is to be read instead, and so are the next.
+  // Otherwise true, with `result` set to the error of a failed or short copy.
+  bool CopyInKernel(int dstFd, unsigned long count, int& result);
   void LockIPCLocks();
   void UnlockIPCLocks();
 
@@ -52,6 +63,7 @@ class OperationSendFile : public BaseOperation {
   std::vector<vrex::abstraction::file_lock_t> _fileLocks;
   std::vector<std::unique_ptr<ms::IPCFileLock>> _ipcLocks;
   bool _sizeSent = true;
+  bool _copyInKernel = true;
 };
 
 }  // namespace common

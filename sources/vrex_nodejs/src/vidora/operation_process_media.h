@@ -85,6 +85,9 @@ class OperationProcessMedia : public common::BaseOperation,
   void GetOperationEndCallbackError(Napi::Object& error) override;
   int ProcessData(vrex::common::IOBuffer& buffer, int fd, unsigned long maxRead,
                   int& waitSeconds) override;
+  // Closes the sources and the lock descriptors on the worker: closing the last descriptor of
+  // a recording deleted meanwhile frees its blocks, which must not hold up the event loop.
+  void SignalThreadCleanup() override;
 
   int InitLocks(const std::string& dstFile);
   int InitReader();

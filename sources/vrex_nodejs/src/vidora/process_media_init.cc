@@ -68,6 +68,11 @@ OperationProcessMedia::~OperationProcessMedia() {
   _reader.reset();
 }
 
+void OperationProcessMedia::SignalThreadCleanup() {
+  _reader.reset();
+  _locks.clear();
+}
+
 int OperationProcessMedia::Init(const std::string& dstFile) {
   int result = InitLocks(dstFile);
   if (result != 0) {
